@@ -1,0 +1,35 @@
+# The project's front door. Every target first makes sure the Debian packages are there
+# (scripts/install-deps is idempotent), then configures and builds with CMake and Ninja.
+PRESET ?= ci
+BUILD  := build/$(PRESET)
+JOBS   ?= $(shell nproc)
+
+.PHONY: all deps configure build test demo bench memcheck fuzz format clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	@cmake --preset $(PRESET) >/dev/null
+
+build: configure
+	@cmake --build --preset $(PRESET) -j $(JOBS)
+
+test: build
+	@ctest --preset $(PRESET)
+
+demo: build
+	@scripts/demo $(BUILD)
+
+bench: deps
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release -j $(JOBS)
+	@bench/run build/release
+
+format:
+	@git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
+
+clean:
+	@rm -rf build
