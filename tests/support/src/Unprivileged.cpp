@@ -1,0 +1,204 @@
+#include "zkfs/test/Unprivileged.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace zkfs::test {
+namespace {
+
+constexpr std::uint32_t kFallbackId = 65534;
+
+// One failure as it travels from the child to the parent.
+struct Report {
+    std::string file;
+    int line;
+    std::string message;
+};
+
+void putField(std::string& out, const std::string& field) {
+    const auto n = static_cast<std::uint32_t>(field.size());
+    out.append(reinterpret_cast<const char*>(&n), sizeof n);
+    out += field;
+}
+
+std::string encode(const std::vector<Report>& reports) {
+    std::string out;
+    for (const auto& r : reports) {
+        putField(out, r.file);
+        putField(out, std::to_string(r.line));
+        putField(out, r.message);
+    }
+    return out;
+}
+
+bool takeField(const std::string& in, std::size_t& pos, std::string& field) {
+    std::uint32_t n = 0;
+    if (in.size() - pos < sizeof n) return false;
+    std::memcpy(&n, in.data() + pos, sizeof n);
+    pos += sizeof n;
+    if (in.size() - pos < n) return false;
+    field.assign(in, pos, n);
+    pos += n;
+    return true;
+}
+
+// False when the data is cut short (a child that died half-way through writing).
+bool decode(const std::string& in, std::vector<Report>& reports) {
+    std::size_t pos = 0;
+    while (pos < in.size()) {
+        Report r{};
+        std::string line;
+        if (!takeField(in, pos, r.file) || !takeField(in, pos, line) ||
+            !takeField(in, pos, r.message)) {
+            return false;
+        }
+        r.line = std::stoi(line);
+        reports.push_back(std::move(r));
+    }
+    return true;
+}
+
+void writeAll(int fd, const std::string& data) {
+    std::size_t done = 0;
+    while (done < data.size()) {
+        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return;  // the parent reports the truncated stream
+        }
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+// Drops to the unprivileged user; an empty text on success, else why not.
+std::string dropPrivileges(const UnprivilegedIds& ids) {
+    if (::setgroups(0, nullptr) != 0) return std::string("setgroups: ") + std::strerror(errno);
+    if (::setgid(ids.gid) != 0) return std::string("setgid: ") + std::strerror(errno);
+    if (::setuid(ids.uid) != 0) return std::string("setuid: ") + std::strerror(errno);
+    // setuid from root sets all three user ids; make sure there is no way back.
+    if (::setuid(0) == 0 || ::geteuid() == 0) return "still able to act as root";
+    return {};
+}
+
+// The block under a reporter that records instead of reporting, so that every failure,
+// fatal ones included, reaches the caller the same way with or without a child.
+std::vector<Report> runCollecting(const std::function<void()>& block) {
+    std::vector<Report> reports;
+    ::testing::TestPartResultArray results;
+    {
+        ::testing::ScopedFakeTestPartResultReporter reporter(
+            ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &results);
+        try {
+            block();
+        } catch (const std::exception& e) {
+            reports.push_back({__FILE__, __LINE__,
+                               std::string("exception escaped the unprivileged block: ") + e.what()});
+        } catch (...) {
+            reports.push_back({__FILE__, __LINE__, "unknown exception escaped the unprivileged block"});
+        }
+    }
+    for (int i = 0; i < results.size(); ++i) {
+        const auto& r = results.GetTestPartResult(i);
+        if (!r.failed()) continue;
+        reports.push_back({r.file_name() != nullptr ? r.file_name() : "(unknown file)",
+                           r.line_number(), r.message()});
+    }
+    return reports;
+}
+
+std::vector<Report> runInChild(const std::function<void()>& block) {
+    const std::string dropError = dropPrivileges(unprivilegedIds());
+    if (!dropError.empty()) {
+        return {{__FILE__, __LINE__, "could not drop root privileges: " + dropError}};
+    }
+    return runCollecting(block);
+}
+
+void reportAll(const std::vector<Report>& reports) {
+    for (const auto& r : reports) {
+        ADD_FAILURE_AT(r.file.c_str(), r.line) << "[unprivileged] " << r.message;
+    }
+}
+
+}  // namespace
+
+bool runningAsRoot() noexcept { return ::geteuid() == 0; }
+
+UnprivilegedIds unprivilegedIds() {
+    UnprivilegedIds ids{kFallbackId, kFallbackId};
+    if (const passwd* pw = ::getpwnam("nobody"); pw != nullptr && pw->pw_uid != 0) ids.uid = pw->pw_uid;
+    if (const group* gr = ::getgrnam("nogroup"); gr != nullptr && gr->gr_gid != 0) ids.gid = gr->gr_gid;
+    return ids;
+}
+
+void runUnprivileged(const std::function<void()>& block) {
+    if (!runningAsRoot()) {
+        reportAll(runCollecting(block));
+        return;
+    }
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
+        ADD_FAILURE() << "pipe2: " << std::strerror(errno);
+        return;
+    }
+    // Buffered output would otherwise be written twice, once by each process.
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        ADD_FAILURE() << "fork: " << std::strerror(errno);
+        ::close(fds[0]);
+        ::close(fds[1]);
+        return;
+    }
+    if (pid == 0) {
+        ::close(fds[0]);
+        int status = 0;
+        try {
+            writeAll(fds[1], encode(runInChild(block)));
+        } catch (...) {
+            status = 2;
+        }
+        ::close(fds[1]);
+        ::_exit(status);
+    }
+    ::close(fds[1]);
+    std::string data;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t n = ::read(fds[0], buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        data.append(buffer, static_cast<std::size_t>(n));
+    }
+    ::close(fds[0]);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    std::vector<Report> reports;
+    const bool complete = decode(data, reports);
+    reportAll(reports);
+    if (!complete) ADD_FAILURE() << "the unprivileged child's report was cut short";
+    if (WIFSIGNALED(status)) {
+        ADD_FAILURE() << "the unprivileged child was killed by signal " << WTERMSIG(status);
+    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        ADD_FAILURE() << "the unprivileged child ended with status " << WEXITSTATUS(status);
+    }
+}
+
+}  // namespace zkfs::test
