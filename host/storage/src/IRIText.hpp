@@ -1,0 +1,23 @@
+#pragma once
+// Byte-level RFC 3986 helpers shared by the IRI, URL and provider code.
+#include <string>
+#include <string_view>
+
+namespace foundation::storage::detail {
+
+// Appends a raw path segment, escaping every byte outside RFC 3986 "pchar".
+void appendEncodedSegment(std::string& out, std::string_view raw);
+// Appends a raw absolute path, "/" kept, every other byte outside "pchar" escaped.
+void appendEncodedPath(std::string& out, std::string_view raw);
+// IRI text to URI text: escapes non-ASCII bytes, controls, spaces and the characters that
+// may never appear raw; a "%" without two hex digits and every "#" after the first
+// become escapes, as browsers read such text.
+std::string encodeIRIText(std::string_view text);
+// Decodes every "%XX" escape into its byte; other bytes are copied.
+std::string percentDecode(std::string_view text);
+// RFC 3986 section 5.2.4.
+std::string removeDotSegments(std::string_view path);
+bool isSchemeText(std::string_view text) noexcept;
+bool iequalsAscii(std::string_view a, std::string_view b) noexcept;
+
+}  // namespace foundation::storage::detail
