@@ -1,0 +1,44 @@
+#pragma once
+// Statements and values as qfs reads them, one line at a time.
+//
+//   NAME(ARG, ...)  |  OUT = NAME(...)  |  [OUT1, OUT2] = NAME(...)  |  NAME
+//   help  |  help NAME
+// A trailing ";" suppresses the display; "%" starts a comment outside quotes; a blank or
+// comment-only line is an empty statement. Output names are labels ("~" hides one).
+//
+// Values: 'char' ('' is 0x0), "string", missing, numbers (NaN, Inf, -2.5e3), true,
+// false, [ ... ] concatenation (",", spaces, ";"), { ... } cells, struct(...),
+// strings/cell/zeros/false(m, n, ...), reshape(X, d1, d2, ...), logical(X),
+// repmat(X, m, n, ...). Text is UTF-8 on the line; bytes that are not UTF-8 survive as
+// the host's escaped code units.
+//
+// Every failure throws the identified error QUORIN:qfs:ParseError with the 1-based
+// column (in characters) where the problem starts; arrays built so far are released.
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vq/vqArray.hpp"
+
+namespace qfs {
+
+struct Statement {
+    enum class Kind { Empty, Call, Help };
+    Kind kind = Kind::Empty;
+    std::string name;                  // built-in, or the help topic ("" for the list)
+    std::size_t nameColumn = 0;        // 1-based, for errors about the name
+    std::vector<std::string> outputs;  // one label per requested output
+    std::vector<unique_vqarray_ptr> args;
+    bool suppressed = false;
+};
+
+Statement parseStatement(std::string_view line);
+
+// One value filling the whole text (surrounding blanks allowed).
+unique_vqarray_ptr parseValue(std::string_view text);
+
+// 1-based character column of a byte offset (UTF-8 lead bytes counted).
+std::size_t columnOf(std::string_view line, std::size_t byteOffset);
+
+}  // namespace qfs

@@ -1,0 +1,251 @@
+#include "qfs/Values.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "Hexfarrow/String/String.hpp"
+
+namespace qfs {
+namespace {
+
+using Hexfarrow::String::getMutableString;
+using Hexfarrow::String::getString;
+
+std::vector<vqSize> dimsOf(const vqArray* a) {
+    return {vqGetDimensions(a), vqGetDimensions(a) + vqGetNumberOfDimensions(a)};
+}
+
+bool isEmpty00(const vqArray* a) {
+    return vqGetNumberOfDimensions(a) == 2 && vqGetM(a) == 0 && vqGetN(a) == 0;
+}
+
+std::vector<std::string> fieldNames(const vqArray* a) { return a->get_struct_field_names(); }
+
+bool sameFieldSet(const vqArray* a, const vqArray* b) {
+    auto x = fieldNames(a);
+    auto y = fieldNames(b);
+    std::sort(x.begin(), x.end());
+    std::sort(y.begin(), y.end());
+    return x == y;
+}
+
+// Checks that every piece is like the first; returns the pieces that take part (0x0 ones
+// dropped) and remembers their original positions.
+std::vector<std::size_t> likePieces(const std::vector<const vqArray*>& pieces,
+                                    std::size_t& failedPiece) {
+    std::vector<std::size_t> kept;
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        if (!isEmpty00(pieces[i])) kept.push_back(i);
+    }
+    if (kept.empty()) return kept;
+    const vqArray* first = pieces[kept.front()];
+    for (const std::size_t i : kept) {
+        const vqArray* p = pieces[i];
+        if (vqGetClassID(p) != vqGetClassID(first)) {
+            failedPiece = i;
+            throw std::invalid_argument(std::string("cannot concatenate ") + vqGetClassName(p) +
+                                        " with " + vqGetClassName(first));
+        }
+        if (vqIsStruct(p) && !sameFieldSet(p, first)) {
+            failedPiece = i;
+            throw std::invalid_argument("structs being concatenated must have the same fields");
+        }
+        if (vqGetNumberOfDimensions(p) != 2) {
+            failedPiece = i;
+            throw std::invalid_argument("cannot concatenate an array of more than two dimensions");
+        }
+    }
+    return kept;
+}
+
+unique_vqarray_ptr emptyResult(const std::vector<const vqArray*>& pieces) {
+    if (pieces.empty()) return vqCreateDoubleMatrix(0, 0);
+    return vqDuplicateArray(pieces.front());
+}
+
+}  // namespace
+
+std::string formatDims(const vqArray* a) {
+    std::string out;
+    const std::size_t n = vqGetNumberOfDimensions(a);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i > 0) out += "\u00d7";
+        out += std::to_string(vqGetDimensions(a)[i]);
+    }
+    return out;
+}
+
+unique_vqarray_ptr createLike(const vqArray* a, const std::vector<vqSize>& dims) {
+    switch (vqGetClassID(a)) {
+        case vqCELL_CLASS: return vqCreateCellArray(dims);
+        case vqSTRUCT_CLASS: return vqCreateStructArray(dims, fieldNames(a));
+        case vqCHAR_CLASS: return vqCreateCharArray(dims);
+        case vqSTRING_CLASS: return Hexfarrow::String::createStringArray(dims.size(), dims.data());
+        default: return vqCreateNumericArray(dims, vqGetClassID(a));
+    }
+}
+
+void copyElement(const vqArray* src, std::size_t from, vqArray* dst, std::size_t to) {
+    switch (vqGetClassID(src)) {
+        case vqCELL_CLASS: {
+            const vqArray* e = vqGetCell(src, from);
+            vqSetCell(dst, to, e == nullptr ? nullptr : vqDuplicateArray(e).release());
+            return;
+        }
+        case vqSTRUCT_CLASS: {
+            const int nf = vqGetNumberOfFields(dst);
+            for (int f = 0; f < nf; ++f) {
+                const vqArray* e = vqGetField(src, from, vqGetFieldNameByNumber(dst, f));
+                vqSetFieldByNumber(dst, to, f,
+                                   e == nullptr ? nullptr : vqDuplicateArray(e).release());
+            }
+            return;
+        }
+        case vqSTRING_CLASS: {
+            const auto* rec = getString(src).get(from);
+            auto& out = getMutableString(dst);
+            if (rec == nullptr) {
+                out.setMissing(to);
+            } else {
+                out.set(to, fl::ustring(rec->text, rec->length));
+            }
+            return;
+        }
+        default: {
+            const std::size_t size = vqGetElementSize(src);
+            std::memcpy(static_cast<char*>(vqGetData(dst)) + to * size,
+                        static_cast<const char*>(vqGetData(src)) + from * size, size);
+            return;
+        }
+    }
+}
+
+unique_vqarray_ptr concatHorizontal(const std::vector<const vqArray*>& pieces,
+                                    std::size_t& failedPiece) {
+    const auto kept = likePieces(pieces, failedPiece);
+    if (kept.empty()) return emptyResult(pieces);
+    const vqSize rows = vqGetM(pieces[kept.front()]);
+    vqSize cols = 0;
+    for (const std::size_t i : kept) {
+        if (vqGetM(pieces[i]) != rows) {
+            failedPiece = i;
+            throw std::invalid_argument(
+                "dimensions of arrays being concatenated are not consistent (row counts differ)");
+        }
+        cols += vqGetN(pieces[i]);
+    }
+    auto out = createLike(pieces[kept.front()], {rows, cols});
+    // Column-major: the pieces' elements follow one another unchanged.
+    std::size_t to = 0;
+    for (const std::size_t i : kept) {
+        const std::size_t n = vqGetNumberOfElements(pieces[i]);
+        for (std::size_t k = 0; k < n; ++k) copyElement(pieces[i], k, out.get(), to++);
+    }
+    return out;
+}
+
+unique_vqarray_ptr concatVertical(const std::vector<const vqArray*>& pieces,
+                                  std::size_t& failedPiece) {
+    const auto kept = likePieces(pieces, failedPiece);
+    if (kept.empty()) return emptyResult(pieces);
+    const vqSize cols = vqGetN(pieces[kept.front()]);
+    vqSize rows = 0;
+    for (const std::size_t i : kept) {
+        if (vqGetN(pieces[i]) != cols) {
+            failedPiece = i;
+            throw std::invalid_argument(
+                vqIsChar(pieces[i])
+                    ? "char rows being stacked must have the same length"
+                    : "dimensions of arrays being concatenated are not consistent (column counts differ)");
+        }
+        rows += vqGetM(pieces[i]);
+    }
+    auto out = createLike(pieces[kept.front()], {rows, cols});
+    vqSize rowOffset = 0;
+    for (const std::size_t i : kept) {
+        const vqSize m = vqGetM(pieces[i]);
+        for (vqSize c = 0; c < cols; ++c) {
+            for (vqSize r = 0; r < m; ++r) {
+                copyElement(pieces[i], c * m + r, out.get(), c * rows + rowOffset + r);
+            }
+        }
+        rowOffset += m;
+    }
+    return out;
+}
+
+unique_vqarray_ptr reshapeArray(const vqArray* x, const std::vector<vqSize>& dims) {
+    vqSize count = 1;
+    for (const vqSize d : dims) count *= d;
+    if (count != vqGetNumberOfElements(x)) {
+        throw std::invalid_argument("reshape must keep the number of elements (" +
+                                    std::to_string(vqGetNumberOfElements(x)) + ")");
+    }
+    // Built element by element rather than by vqReshape, so a string array's own record
+    // of its dimensions agrees with the array's.
+    auto out = createLike(x, dims);
+    for (std::size_t k = 0; k < count; ++k) copyElement(x, k, out.get(), k);
+    return out;
+}
+
+unique_vqarray_ptr repmatArray(const vqArray* x, const std::vector<vqSize>& reps) {
+    std::vector<vqSize> from = dimsOf(x);
+    const std::size_t n = std::max(from.size(), reps.size());
+    from.resize(n, 1);
+    std::vector<vqSize> r = reps;
+    r.resize(n, 1);
+    std::vector<vqSize> dims(n);
+    for (std::size_t d = 0; d < n; ++d) dims[d] = from[d] * r[d];
+    auto out = createLike(x, dims);
+    const std::size_t total = vqGetNumberOfElements(out.get());
+    std::vector<vqSize> sub(n, 0);  // subscripts of the destination element
+    for (std::size_t k = 0; k < total; ++k) {
+        std::size_t src = 0;
+        std::size_t stride = 1;
+        for (std::size_t d = 0; d < n; ++d) {
+            src += (sub[d] % from[d]) * stride;
+            stride *= from[d];
+        }
+        copyElement(x, src, out.get(), k);
+        for (std::size_t d = 0; d < n && ++sub[d] == dims[d]; ++d) sub[d] = 0;
+    }
+    return out;
+}
+
+unique_vqarray_ptr toLogical(const vqArray* x) {
+    if (vqIsLogical(x)) return vqDuplicateArray(x);
+    if (!vqIsNumeric(x)) {
+        throw std::invalid_argument(std::string("logical takes numbers or logicals, not ") +
+                                    vqGetClassName(x));
+    }
+    auto out = vqCreateNumericArray(dimsOf(x), vqLOGICAL_CLASS);
+    const std::size_t n = vqGetNumberOfElements(x);
+    vqLogical* to = vqGetLogicals(out.get());
+    const double* pr = vqGetPr(x);
+    for (std::size_t k = 0; k < n; ++k) {
+        double v = 0;
+        if (pr != nullptr) {
+            v = pr[k];
+        } else {
+            // Other numeric classes: any non-zero byte pattern is a non-zero value, except
+            // single, whose NaN must be refused like double's.
+            const std::size_t size = vqGetElementSize(x);
+            const auto* bytes = static_cast<const unsigned char*>(vqGetData(x)) + k * size;
+            if (vqGetClassID(x) == vqSINGLE_CLASS) {
+                float f = 0;
+                std::memcpy(&f, bytes, sizeof f);
+                v = static_cast<double>(f);
+            } else {
+                v = std::any_of(bytes, bytes + size, [](unsigned char b) { return b != 0; }) ? 1 : 0;
+            }
+        }
+        if (std::isnan(v)) throw std::invalid_argument("NaN cannot be converted to logical");
+        to[k] = v != 0;
+    }
+    return out;
+}
+
+}  // namespace qfs
