@@ -11,10 +11,18 @@ struct NotTextID : resource_core::FixedMsgID<0> {
     NotTextID() : FixedMsgID("QUORIN:string", "NotText") {}
 };
 
+// The array layer's shape rule (at least two dimensions, trailing singletons beyond the
+// second dropped), so that a payload never disagrees with the array that carries it.
+std::vector<vqSize> arrayShape(std::vector<vqSize> dims) {
+    while (dims.size() < 2) dims.push_back(dims.empty() ? 0 : 1);
+    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
+    return dims;
+}
+
 }  // namespace
 
 String::String(std::vector<vqSize> dims)
-    : dims_(std::move(dims)),
+    : dims_(arrayShape(std::move(dims))),
       elems_(std::accumulate(dims_.begin(), dims_.end(), vqSize{1}, std::multiplies<>()),
              fl::ustring()),
       records_(elems_.size()) {
