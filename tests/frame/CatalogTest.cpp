@@ -1,0 +1,278 @@
+// The identifier table against the catalogs, and the catalogs against the locale.
+#include <algorithm>
+#include <functional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Hexfarrow/String/String.hpp"
+#include "fl/i18n/MessageCatalog.hpp"
+#include "fl/i18n/ZkLocale.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "matrix/matrix.hpp"
+#include "quorin/gateway/Errors.hpp"
+#include "quorin/gateway/Text.hpp"
+#include "zkfs/test/Arrays.hpp"
+#include "zkfs/test/Errors.hpp"
+
+namespace {
+
+using fl::i18n::MessageCatalog;
+using fl::i18n::ZkLocale;
+using foundation::core::except::IMsgIDException;
+
+// Sets the global locale for one test and puts the previous one back.
+class ScopedLocale {
+public:
+    explicit ScopedLocale(const std::string& name) : saved_(ZkLocale::global()) {
+        ZkLocale::global(ZkLocale(name));
+    }
+    ScopedLocale(const ScopedLocale&) = delete;
+    ScopedLocale& operator=(const ScopedLocale&) = delete;
+    ~ScopedLocale() { ZkLocale::global(saved_); }
+
+private:
+    ZkLocale saved_;
+};
+
+fl::ustring textIn(const char* identifier, const char* language) {
+    const auto t = MessageCatalog::find_text(identifier, language);
+    return t ? fl::i18n::to_ustring(*t) : fl::ustring();
+}
+
+// --- every identifier class, raised for real ----------------------------------------
+
+fl::ustring sampleArgument(std::size_t i) { return u"arg" + fl::ustring(1, static_cast<char16_t>(u'1' + i)); }
+
+template <class ID, std::size_t... I>
+void raiseWith(std::index_sequence<I...>) {
+    quorin::gateway::throwError<ID>(sampleArgument(I)...);
+}
+
+template <class ID, std::size_t N>
+void raise() {
+    raiseWith<ID>(std::make_index_sequence<N>{});
+}
+
+struct DefinedIdentifier {
+    const char* identifier;
+    std::size_t count;
+    void (*raise)();
+};
+
+const DefinedIdentifier kDefined[] = {
+#define QUORIN_IDENTIFIER(NS, COMPONENT, MNEMONIC, COUNT) \
+    {COMPONENT ":" #MNEMONIC, COUNT, &raise<NS::MNEMONIC, COUNT>},
+#include "quorin/gateway/Identifiers.def"
+#undef QUORIN_IDENTIFIER
+};
+
+TEST(IdentifierTable, EveryClassRaisesItsIdentifierWithItsArguments) {
+    ASSERT_EQ(std::size(kDefined), std::size(quorin::gateway::kIdentifiers));
+    std::set<std::string> seen;
+    for (std::size_t k = 0; k < std::size(kDefined); ++k) {
+        const auto& d = kDefined[k];
+        const auto& info = quorin::gateway::kIdentifiers[k];
+        SCOPED_TRACE(d.identifier);
+        EXPECT_STREQ(info.identifier, d.identifier);
+        EXPECT_EQ(info.argumentCount, d.count);
+        EXPECT_EQ(std::string(info.identifier).rfind(std::string(info.component) + ":", 0), 0U);
+        EXPECT_TRUE(seen.insert(d.identifier).second) << "listed twice";
+        std::vector<resource_core::MessageArg> expected;
+        for (std::size_t i = 0; i < d.count; ++i) expected.emplace_back(sampleArgument(i));
+        try {
+            d.raise();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const IMsgIDException& e) {
+            EXPECT_EQ(e.GetID(), d.identifier);
+            EXPECT_EQ(e.GetBaseMsgIDObj().getArgs(), expected);
+        }
+    }
+}
+
+TEST(IdentifierTable, EveryIdentifierHasAnEnglishTextWithOneHolePerArgument) {
+    for (const auto& info : quorin::gateway::kIdentifiers) {
+        SCOPED_TRACE(info.identifier);
+        const auto text = MessageCatalog::find_text(info.identifier, "en");
+        ASSERT_TRUE(text.has_value()) << "no English text";
+        EXPECT_FALSE(text->empty());
+        EXPECT_EQ(MessageCatalog::hole_count(*text), info.argumentCount) << *text;
+    }
+}
+
+// The identifiers the library documents, with the argument count where it is fixed
+// (-1: given by the built-in that raises it).
+TEST(IdentifierTable, HoldsEveryDocumentedIdentifier) {
+    const std::vector<std::pair<const char*, int>> documented = {
+        {"QUORIN:string:MustBeStringScalarOrCharacterVector", 0},
+        {"QUORIN:string:MissingNotSupported", 0},
+        {"QUORIN:string:MustBeCellArrayOfStrings", 1},
+        {"QUORIN:string:MustBeCharCellArrayOrString", 1},
+        {"QUORIN:FileUtils:inputPath", 0},
+        {"QUORIN:io:common:file:InvalidFileURLPath", 1},
+        {"QUORIN:io:common:validation:ExpectedScalarStruct", -1},
+        {"QUORIN:io:common:validation:InternalError", -1},
+        {"QUORIN:io:common:validation:MissingRequiredArg", -1},
+        {"QUORIN:io:common:validation:OddNumberParameters", -1},
+        {"QUORIN:io:common:validation:UnknownParameter", -1},
+        {"QUORIN:io:filesystem:common:NoValueSpecified", -1},
+        {"QUORIN:io:filesystem:filePermissions:CannotModifyCloudPermissions", -1},
+        {"QUORIN:io:filesystem:filePermissions:UnableToSetPermissions", 2},
+        {"QUORIN:io:filesystem:filePermissions:BrokenSymlink", 1},
+        {"QUORIN:io:filesystem:filePermissions:TargetAccessDenied", 1},
+        {"QUORIN:io:filesystem:filePermissions:UnableToDetermineTarget", 1},
+        {"QUORIN:io:filesystem:relativepath:InvalidAbsolutePath", -1},
+        {"QUORIN:io:filesystem:relativepath:InvalidDestinationPathType", -1},
+        {"QUORIN:io:filesystem:relativepath:InvalidSourcePathType", -1},
+        {"QUORIN:io:filesystem:symlink:FileExists", 1},
+        {"QUORIN:io:filesystem:symlink:TargetNotFound", 1},
+        {"QUORIN:io:filesystem:symlink:InvalidFilename", 1},
+        {"QUORIN:io:filesystem:symlink:NotSupportedOnPosix", 0},
+        {"QUORIN:virtualfileio:localtoremote:notLocalSymlink", -1},
+        {"QUORIN:virtualfileio:localtoremote:notValidURL", -1},
+        {"QUORIN:virtualfileio:path:invalidIRI", -1},
+        {"QUORIN:virtualfilesystem:invalidLocation", -1},
+        {"QUORIN:virtualfilesystem:permissionDenied", -1},
+        {"QUORIN:virtualfilesystem:resourceAlreadyExists", -1},
+        {"QUORIN:virtualfilesystem:resourceNotFound", -1},
+        {"QUORIN:virtualfilesystem:unknownError", -1},
+    };
+    for (const auto& [id, count] : documented) {
+        SCOPED_TRACE(id);
+        const auto it = std::find_if(std::begin(quorin::gateway::kIdentifiers),
+                                     std::end(quorin::gateway::kIdentifiers),
+                                     [&](const auto& info) { return std::string(info.identifier) == id; });
+        ASSERT_NE(it, std::end(quorin::gateway::kIdentifiers));
+        if (count >= 0) {
+            EXPECT_EQ(it->argumentCount, static_cast<std::size_t>(count));
+        }
+    }
+}
+
+// The host's own identified errors, raised for real.
+TEST(HostIdentifiers, HaveEnglishTextsMatchingTheirArguments) {
+    const auto d = zkfs::test::doubleScalar(1);
+    const std::vector<std::pair<std::string, std::function<void()>>> raisers = {
+        {"QUORIN:TooManyOutputs", [] { matrix::detail::error_maxlhs(); }},
+        {"QUORIN:TooManyInputs", [] { matrix::detail::error_maxrhs(); }},
+        {"QUORIN:NotEnoughInputs", [] { matrix::detail::error_minrhs(); }},
+        {"QUORIN:string:NotText", [&] { (void)Hexfarrow::String::TextDispatch::classify(d.get()); }},
+    };
+    for (const auto& [expected, raiser] : raisers) {
+        SCOPED_TRACE(expected);
+        try {
+            raiser();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const IMsgIDException& e) {
+            EXPECT_EQ(e.GetID(), expected);
+            const auto text = MessageCatalog::find_text(e.GetID(), "en");
+            ASSERT_TRUE(text.has_value()) << "no English text";
+            EXPECT_EQ(MessageCatalog::hole_count(*text), e.GetBaseMsgIDObj().getArgs().size());
+        }
+    }
+}
+
+// --- catalogs and locales ---------------------------------------------------------------
+
+TEST(Catalogs, EnglishAndGermanAreCompiledIn) {
+    const auto langs = MessageCatalog::languages();
+    EXPECT_NE(std::find(langs.begin(), langs.end(), "en"), langs.end());
+    EXPECT_NE(std::find(langs.begin(), langs.end(), "de"), langs.end());
+}
+
+TEST(Catalogs, TranslationsKeepTheHolesOfTheEnglishText) {
+    for (const auto& lang : MessageCatalog::languages()) {
+        if (lang == "en") continue;
+        for (const auto& id : MessageCatalog::identifiers(lang)) {
+            SCOPED_TRACE(lang + " " + id);
+            const auto en = MessageCatalog::find_text(id, "en");
+            ASSERT_TRUE(en.has_value()) << "translated but not in English";
+            EXPECT_EQ(MessageCatalog::hole_count(*MessageCatalog::find_text(id, lang)),
+                      MessageCatalog::hole_count(*en));
+        }
+    }
+}
+
+TEST(Catalogs, GermanCoversWhatUsersMeetMost) {
+    for (const char* id : {"QUORIN:FileUtils:inputPath", "QUORIN:string:MustBeStringScalarOrCharacterVector",
+                           "QUORIN:string:MissingNotSupported", "QUORIN:string:MustBeCellArrayOfStrings",
+                           "QUORIN:string:MustBeCharCellArrayOrString", "QUORIN:TooManyOutputs",
+                           "QUORIN:TooManyInputs", "QUORIN:NotEnoughInputs"}) {
+        SCOPED_TRACE(id);
+        const fl::ustring de = textIn(id, "de");
+        EXPECT_FALSE(de.empty());
+        EXPECT_NE(de, textIn(id, "en"));
+    }
+}
+
+TEST(Locale, GermanIsUsedWhenSet) {
+    const fl::ustring german = textIn("QUORIN:FileUtils:inputPath", "de");
+    ASSERT_FALSE(german.empty());
+    for (const char* name : {"de_DE.UTF-8", "de_AT.UTF-8@euro", "de", "DE_ch"}) {
+        SCOPED_TRACE(name);
+        ScopedLocale locale(name);
+        EXPECT_EQ(quorin::gateway::inputPathName(), german);
+        // The argument of the text errors is fetched when the error is raised.
+        const auto d = zkfs::test::doubleScalar(1);
+        EXPECT_IDENTIFIED_ERROR(quorin::gateway::forEachText(d.get(), [](std::size_t, auto) {}),
+                                "QUORIN:string:MustBeCharCellArrayOrString", german);
+        try {
+            matrix::detail::error_maxlhs();
+        } catch (const IMsgIDException& e) {
+            EXPECT_EQ(e.GetUnicodeMessageTxt(), textIn("QUORIN:TooManyOutputs", "de"));
+        }
+    }
+}
+
+TEST(Locale, UnknownLocalesFallBackToEnglish) {
+    const fl::ustring english = textIn("QUORIN:FileUtils:inputPath", "en");
+    for (const char* name : {"xx_YY.UTF-8", "C", "POSIX", "", "C.UTF-8", "en_GB.UTF-8"}) {
+        SCOPED_TRACE(name);
+        ScopedLocale locale(name);
+        EXPECT_EQ(quorin::gateway::inputPathName(), english);
+    }
+}
+
+TEST(Locale, TextsMissingFromATranslationComeInEnglish) {
+    const auto de = MessageCatalog::identifiers("de");
+    std::string untranslated;
+    for (const auto& id : MessageCatalog::identifiers("en")) {
+        if (std::find(de.begin(), de.end(), id) == de.end()) {
+            untranslated = id;
+            break;
+        }
+    }
+    if (untranslated.empty()) GTEST_SKIP() << "German translates every text";
+    ScopedLocale locale("de_DE.UTF-8");
+    const auto en = MessageCatalog::find_text(untranslated, "en");
+    resource_core::BaseMsgID id(untranslated.substr(0, untranslated.rfind(':')),
+                                untranslated.substr(untranslated.rfind(':') + 1));
+    for (std::size_t i = 0; i < MessageCatalog::hole_count(*en); ++i) id.appendArg(std::int64_t{0});
+    EXPECT_EQ(MessageCatalog::get_message(id, ZkLocale::global()),
+              MessageCatalog::format(*en, id.getArgs()));
+}
+
+TEST(Catalogs, UnknownIdentifierStillGivesText) {
+    struct Nothing : resource_core::FixedMsgID<3> {
+        Nothing() : FixedMsgID("QUORIN:nowhere", "Nothing", 3, std::string("b"), fl::ustring(u"c")) {}
+    };
+    const Nothing id;
+    EXPECT_EQ(MessageCatalog::get_message(id, ZkLocale("en")), u"QUORIN:nowhere:Nothing 3 b c");
+}
+
+TEST(Catalogs, FormatFillsHolesByAlternative) {
+    using resource_core::MessageArg;
+    const std::vector<MessageArg> args = {MessageArg(std::int64_t{-12}),
+                                          MessageArg(std::string("\xc3\xa4")),
+                                          MessageArg(fl::ustring(u"\u00f6"))};
+    EXPECT_EQ(MessageCatalog::format("{3}|{1}|{2}|{1}", args), u"\u00f6|-12|\u00e4|-12");
+    // Holes without an argument, and things that are not holes, stay as written.
+    EXPECT_EQ(MessageCatalog::format("{4} {0} {} {x} {1", args), u"{4} {0} {} {x} {1");
+    EXPECT_EQ(MessageCatalog::hole_count("a {2} b {10} {x}"), 10U);
+    EXPECT_EQ(MessageCatalog::hole_count("none {} {"), 0U);
+}
+
+}  // namespace

@@ -1,0 +1,184 @@
+// Argument counts: the gateway table written once as data, checked against the frame's
+// checkCounts and against every gateway the library exports.
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "quorin/gateway/Gateway.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+#include "zkfs/test/Arrays.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/LiveArrays.hpp"
+
+// Weak references: a gateway missing from the library reads as null here and fails its
+// row, instead of failing the whole test binary at link time.
+namespace quorin::io::filesystem::quorin {
+__attribute__((weak)) void createFileURL(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void getContentTypeFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void resolvePathFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void resolvePathFcnWithAttributes(int, unique_vqarray_ptr*, int,
+                                                        const vqArray* const*);
+__attribute__((weak)) void pathFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+}  // namespace quorin::io::filesystem::quorin
+__attribute__((weak)) void createURLFromPartsFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void isAbsolutePathNoIOFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void getPerms_impl(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void modifyPerms_impl(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void mkFileFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void mkSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void createWindowsShortcutFcn(int, unique_vqarray_ptr*, int,
+                                                    const vqArray* const*);
+__attribute__((weak)) void isSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
+__attribute__((weak)) void relativepath(int, unique_vqarray_ptr*, int, const vqArray** args);
+__attribute__((weak)) void pathNameLengthValidation(int, unique_vqarray_ptr*, int,
+                                                    const vqArray* const*);
+
+namespace {
+
+using namespace zkfs::test;
+namespace qfq = quorin::io::filesystem::quorin;
+using quorin::gateway::kNoLimit;
+
+using Invoker = std::function<void(int, unique_vqarray_ptr*, int, const vqArray**)>;
+
+template <class Arg>
+Invoker invokerOf(void (*f)(int, unique_vqarray_ptr*, int, Arg)) {
+    if (f == nullptr) return {};
+    return [f](int outCount, unique_vqarray_ptr* outputs, int argCount, const vqArray** args) {
+        f(outCount, outputs, argCount, args);
+    };
+}
+
+constexpr int kNoTest = -2;
+
+struct GatewayRow {
+    const char* name;
+    int maxOut;  // kNoTest: the gateway makes no count test at all
+    int minIn;
+    int maxIn;  // kNoLimit: no upper test
+    Invoker call;
+};
+
+// The gateway table as the library documents it.
+std::vector<GatewayRow> gatewayTable() {
+    return {
+        {"createFileURL", 1, 1, kNoLimit, invokerOf(&qfq::createFileURL)},
+        {"createURLFromPartsFcn", 1, 2, 2, invokerOf(&createURLFromPartsFcn)},
+        {"getContentTypeFcn", 1, 1, 1, invokerOf(&qfq::getContentTypeFcn)},
+        {"isAbsolutePathNoIOFcn", 1, 1, 1, invokerOf(&isAbsolutePathNoIOFcn)},
+        {"getPerms_impl", 1, 2, 3, invokerOf(&getPerms_impl)},
+        {"modifyPerms_impl", 1, 3, 5, invokerOf(&modifyPerms_impl)},
+        {"mkFileFcn", 3, 1, 3, invokerOf(&mkFileFcn)},
+        {"mkSymlinkFcn", 0, 2, 4, invokerOf(&mkSymlinkFcn)},
+        {"createWindowsShortcutFcn", kNoTest, kNoTest, kNoTest, invokerOf(&createWindowsShortcutFcn)},
+        {"isSymlinkFcn", 2, 1, 1, invokerOf(&isSymlinkFcn)},
+        {"resolvePathFcn", 1, 1, kNoLimit, invokerOf(&qfq::resolvePathFcn)},
+        {"resolvePathFcnWithAttributes", 1, 1, kNoLimit, invokerOf(&qfq::resolvePathFcnWithAttributes)},
+        {"pathFcn", 1, 1, 3, invokerOf(&qfq::pathFcn)},
+        {"relativepath", 1, 2, 2, invokerOf(&relativepath)},
+        {"pathNameLengthValidation", 1, 1, 1, invokerOf(&pathNameLengthValidation)},
+    };
+}
+
+constexpr const char* kTooManyOutputs = "QUORIN:TooManyOutputs";
+constexpr const char* kTooManyInputs = "QUORIN:TooManyInputs";
+constexpr const char* kNotEnoughInputs = "QUORIN:NotEnoughInputs";
+constexpr int kManyArguments = 41;
+
+class Counts : public LiveArrayTest {};
+
+TEST_F(Counts, FrameFollowsTheTable) {
+    using quorin::gateway::checkCounts;
+    for (const auto& row : gatewayTable()) {
+        if (row.maxOut == kNoTest) continue;
+        SCOPED_TRACE(row.name);
+        const int upper = row.maxIn == kNoLimit ? 1000 : row.maxIn;
+        for (int out : {0, row.maxOut}) {
+            for (int in : {row.minIn, upper}) EXPECT_NO_THROW(checkCounts(out, in, row.maxOut, row.minIn, row.maxIn));
+        }
+        EXPECT_IDENTIFIED_ERROR(checkCounts(row.maxOut + 1, row.minIn, row.maxOut, row.minIn, row.maxIn),
+                                kTooManyOutputs);
+        // Outputs are tested before inputs, too many inputs before too few.
+        EXPECT_IDENTIFIED_ERROR(
+            checkCounts(row.maxOut + 1, row.minIn - 1, row.maxOut, row.minIn, row.maxIn),
+            kTooManyOutputs);
+        if (row.maxIn != kNoLimit) {
+            EXPECT_IDENTIFIED_ERROR(checkCounts(row.maxOut + 1, row.maxIn + 1, row.maxOut, row.minIn, row.maxIn),
+                                    kTooManyOutputs);
+            EXPECT_IDENTIFIED_ERROR(checkCounts(0, row.maxIn + 1, row.maxOut, row.minIn, row.maxIn),
+                                    kTooManyInputs);
+        }
+        EXPECT_IDENTIFIED_ERROR(checkCounts(0, row.minIn - 1, row.maxOut, row.minIn, row.maxIn),
+                                kNotEnoughInputs);
+    }
+}
+
+// Count errors come before any argument is looked at, so null arguments must be safe.
+void expectCountError(const GatewayRow& row, int outCount, int argCount, const char* id) {
+    SCOPED_TRACE(std::string(row.name) + " out=" + std::to_string(outCount) +
+                 " in=" + std::to_string(argCount));
+    std::vector<const vqArray*> args(static_cast<std::size_t>(std::max(argCount, 1)), nullptr);
+    LiveArrayGuard guard;
+    OutputSlots out(4);
+    EXPECT_IDENTIFIED_ERROR(row.call(outCount, out.data(), argCount, args.data()), id);
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(out[i], nullptr);
+}
+
+TEST_F(Counts, EveryExportedGatewayTestsItsCountsFirst) {
+    for (const auto& row : gatewayTable()) {
+        if (!row.call) {
+            ADD_FAILURE() << "the library does not export " << row.name;
+            continue;
+        }
+        if (row.maxOut == kNoTest) continue;
+        expectCountError(row, row.maxOut + 1, row.minIn, kTooManyOutputs);
+        expectCountError(row, row.maxOut + 1, row.minIn - 1, kTooManyOutputs);
+        if (row.maxIn != kNoLimit) {
+            expectCountError(row, row.maxOut + 1, row.maxIn + 1, kTooManyOutputs);
+            expectCountError(row, 0, row.maxIn + 1, kTooManyInputs);
+            expectCountError(row, row.maxOut, row.maxIn + 1, kTooManyInputs);
+        }
+        expectCountError(row, 0, row.minIn - 1, kNotEnoughInputs);
+    }
+}
+
+TEST_F(Counts, NoLimitMeansNoUpperTest) {
+    for (const auto& row : gatewayTable()) {
+        if (row.maxIn != kNoLimit || !row.call) continue;
+        SCOPED_TRACE(row.name);
+        // A real path and many extra arguments: whatever the gateway's own validation
+        // says of them, it is not the count error.
+        ArgList args(charRow(u"/"));
+        for (int i = 1; i < kManyArguments; ++i) args.add(charRow(u"NoSuchOption"));
+        std::vector<const vqArray*> raw(args.data(), args.data() + args.count());
+        LiveArrayGuard guard;
+        {
+            OutputSlots out;
+            try {
+                row.call(1, out.data(), args.count(), raw.data());
+            } catch (const foundation::core::except::IMsgIDException& e) {
+                EXPECT_NE(e.GetID(), kTooManyInputs);
+            } catch (...) {
+                // Not an identified error: the upper test was not made; other tests judge the rest.
+            }
+        }
+    }
+}
+
+TEST_F(Counts, WindowsShortcutRefusesWithoutCountTest) {
+    for (const auto& row : gatewayTable()) {
+        if (row.maxOut != kNoTest || !row.call) continue;
+        for (const auto& [outCount, argCount] : {std::pair{0, 0}, {9, 0}, {0, 9}, {1, 2}}) {
+            SCOPED_TRACE(std::to_string(outCount) + "/" + std::to_string(argCount));
+            std::vector<const vqArray*> args(10, nullptr);
+            LiveArrayGuard guard;
+            OutputSlots out;
+            EXPECT_IDENTIFIED_ERROR(row.call(outCount, out.data(), argCount, args.data()),
+                                    "QUORIN:io:filesystem:symlink:NotSupportedOnPosix");
+        }
+    }
+}
+
+}  // namespace
