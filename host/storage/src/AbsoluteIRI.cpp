@@ -137,9 +137,8 @@ std::string removeDotSegments(std::string_view in) {
     return out;
 }
 
-bool isSchemeText(std::string_view text) noexcept {
-    // Two characters at least: a one-letter "scheme" is a drive letter ("C:\x").
-    if (text.size() < 2 || !isAlpha(text.front())) return false;
+bool isSchemeText(std::string_view text, std::size_t minLength) noexcept {
+    if (text.size() < minLength || text.empty() || !isAlpha(text.front())) return false;
     for (char c : text) {
         if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return false;
     }
@@ -243,7 +242,8 @@ AbsoluteIRI::AbsoluteIRI(const AbsoluteIRI& base, const fl::ustring& relative) {
         query = sv(u.encoded_query());
     };
     if (r.has_scheme()) {
-        if (!detail::isSchemeText(sv(r.scheme()))) throw InvalidIRIException(relative);
+        // As written in RFC 3986: a reference may carry any scheme, one letter included.
+        if (!detail::isSchemeText(sv(r.scheme()), 1)) throw InvalidIRIException(relative);
         scheme = sv(r.scheme());
         hasAuthority = r.has_authority();
         authority = sv(r.encoded_authority());

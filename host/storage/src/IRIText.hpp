@@ -17,7 +17,8 @@ std::string encodeIRIText(std::string_view text);
 std::string percentDecode(std::string_view text);
 // RFC 3986 section 5.2.4.
 std::string removeDotSegments(std::string_view path);
-bool isSchemeText(std::string_view text) noexcept;
+// RFC 3986 scheme syntax; `minLength` 2 refuses drive letters ("C:\x").
+bool isSchemeText(std::string_view text, std::size_t minLength = 2) noexcept;
 bool iequalsAscii(std::string_view a, std::string_view b) noexcept;
 
 }  // namespace foundation::storage::detail

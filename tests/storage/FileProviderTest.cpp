@@ -1,0 +1,375 @@
+// The "file" provider against a real tree: links, names that are not UTF-8, permission
+// bits (without root's privileges), and faults injected through the system-call seam.
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "SystemCalls.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+namespace {
+
+namespace vfs = foundation::storage::vfs;
+namespace seam = foundation::storage::provider::detail;
+using foundation::storage::provider::ExistenceType;
+using foundation::storage::provider::ExistenceTypeExtended;
+using vfs::AbsoluteIRI;
+using vfs::File;
+using vfs::Folder;
+using vfs::ListEntry;
+
+class FileProvider : public ::testing::Test {
+protected:
+    AbsoluteIRI at(const std::string& relative) const {
+        return vfs::toAbsoluteIRI(u"file", tree_.upath(relative));
+    }
+    std::vector<std::string> relativeNames(const vfs::FolderListing& listing) const {
+        std::vector<std::string> out;
+        const std::string root = tree_.root().string() + "/";
+        for (const ListEntry& e : listing) {
+            out.push_back(fl::i18n::to_utf8(vfs::fromAbsoluteIRI(e.getLocation())).substr(root.size()));
+        }
+        return out;
+    }
+
+    zkfs::test::TempTree tree_;
+    vfs::StorageSystemReference storage_ = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+};
+
+int codeOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const vfs::Exception& e) {
+        return e.getErrorCode();
+    }
+    return 0;
+}
+
+TEST_F(FileProvider, ExistenceClassesOfFilesFoldersAndLinks) {
+    tree_.makeFile("f", "x");
+    tree_.makeFolder("d");
+    tree_.makeLink("f", "link-to-file");
+    tree_.makeLink("d", "link-to-folder");
+    tree_.makeLink("missing", "dangling");
+    tree_.makeLink("loop", "loop");
+    struct Row {
+        const char* name;
+        ExistenceType plain;
+        ExistenceTypeExtended extended;
+    };
+    const std::vector<Row> rows = {
+        {"f", ExistenceType::File, ExistenceTypeExtended::File},
+        {"d", ExistenceType::Folder, ExistenceTypeExtended::Folder},
+        {"link-to-file", ExistenceType::File, ExistenceTypeExtended::SymbolicLinkToFile},
+        {"link-to-folder", ExistenceType::Folder, ExistenceTypeExtended::SymbolicLinkToFolder},
+        {"dangling", ExistenceType::DoesNotExist, ExistenceTypeExtended::BrokenSymbolicLink},
+        {"loop", ExistenceType::DoesNotExist, ExistenceTypeExtended::BrokenSymbolicLink},
+        {"none", ExistenceType::DoesNotExist, ExistenceTypeExtended::DoesNotExist},
+        {"f/below", ExistenceType::DoesNotExist, ExistenceTypeExtended::DoesNotExist},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(vfs::exists(at(row.name), storage_), row.plain);
+        EXPECT_EQ(vfs::existsExtended(at(row.name), storage_), row.extended);
+    }
+}
+
+TEST_F(FileProvider, RemovingALinkKeepsItsTarget) {
+    tree_.makeFile("target", "data");
+    tree_.makeLink("target", "link");
+    File(at("link"), storage_).removeFile();
+    EXPECT_FALSE(std::filesystem::is_symlink(tree_.path("link")));
+    EXPECT_TRUE(std::filesystem::exists(tree_.path("target")));
+    // Creating over a dangling link is refused: the name is taken.
+    tree_.makeLink("nowhere", "dangling");
+    EXPECT_EQ(codeOf([&] { File(at("dangling"), storage_).createFile(); }), 3);
+    EXPECT_FALSE(std::filesystem::exists(tree_.path("nowhere")));
+}
+
+TEST_F(FileProvider, ListingNeverDescendsThroughLinks) {
+    tree_.makeFile("d/sub/f");
+    tree_.makeLink("..", "d/sub/up");       // a loop back to d
+    tree_.makeLink("self", "d/self");       // a link to itself
+    tree_.makeLink("sub", "d/link-to-sub");
+    tree_.makeLink(tree_.root().string(), "d/sub/root");
+    const vfs::FolderListing all = Folder(at(""), storage_).listAllRecursive();
+    EXPECT_EQ(relativeNames(all),
+              (std::vector<std::string>{"d", "d/link-to-sub", "d/self", "d/sub", "d/sub/f",
+                                        "d/sub/root", "d/sub/up"}));
+    std::vector<ListEntry::Kind> kinds;
+    for (const ListEntry& e : all) kinds.push_back(e.getKind());
+    using K = ListEntry::Kind;
+    EXPECT_EQ(kinds, (std::vector<K>{K::Folder, K::SymbolicLink, K::SymbolicLink, K::Folder,
+                                     K::File, K::SymbolicLink, K::SymbolicLink}));
+    // Links are files for listFiles, and never folders.
+    EXPECT_EQ(relativeNames(Folder(at("d"), storage_).listFolders()),
+              (std::vector<std::string>{"d/sub"}));
+    EXPECT_EQ(relativeNames(Folder(at("d"), storage_).listFiles()),
+              (std::vector<std::string>{"d/link-to-sub", "d/self"}));
+    // The folder given may itself be a link: it is listed, its links are not followed.
+    EXPECT_EQ(Folder(at("d/link-to-sub"), storage_).listAllRecursive().size(), 3U);
+}
+
+TEST_F(FileProvider, NamesThatAreNotUtf8Survive) {
+    const std::string raw = "\xff\xfe-name";
+    tree_.makeFile(raw, "bytes");
+    const vfs::FolderListing listing = Folder(at(""), storage_).listAll();
+    ASSERT_EQ(listing.size(), 1U);
+    EXPECT_EQ(listing[0].getName(), u"\xDCFF\xDCFE-name");
+    const std::string& text = listing[0].getLocation().toEncodedString();
+    EXPECT_EQ(text.substr(text.size() - 11), "%FF%FE-name");
+    EXPECT_EQ(vfs::exists(listing[0].getLocation(), storage_), ExistenceType::File);
+    File(listing[0].getLocation(), storage_).removeFile();
+    EXPECT_FALSE(std::filesystem::exists(tree_.path(raw)));
+
+    // And the other way: a name given with escapes reaches the disk byte for byte.
+    File(at("").getChild(u"\xDC80x"), storage_).createFile();
+    EXPECT_TRUE(std::filesystem::exists(tree_.path("\x80x")));
+}
+
+TEST_F(FileProvider, PermissionBitsAreObeyed) {
+    tree_.makeFile("locked/existing", "data");
+    tree_.makeFile("hidden/secret");
+    tree_.makeFile("readonly.txt", "r");
+    tree_.makeFile("writeonly.txt", "w");
+    const auto ids = zkfs::test::unprivilegedIds();
+    tree_.handTo(ids.uid, ids.gid);
+    tree_.setMode("", 0755);
+    tree_.setMode("locked", 0555);
+    tree_.setMode("hidden", 0000);
+    tree_.setMode("readonly.txt", 0444);
+    tree_.setMode("writeonly.txt", 0200);
+    const auto before = tree_.snapshot();
+    const AbsoluteIRI locked = at("locked");
+    const AbsoluteIRI hidden = at("hidden");
+    const AbsoluteIRI readonly = at("readonly.txt");
+    const AbsoluteIRI writeonly = at("writeonly.txt");
+    zkfs::test::runUnprivileged([&] {
+        const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+        EXPECT_IDENTIFIED_ERROR(File(locked.getChild(u"new"), storage).createFile(),
+                                "QUORIN:storage:permissionDenied",
+                                locked.getChild(u"new").toString());
+        EXPECT_EQ(codeOf([&] { File(locked.getChild(u"existing"), storage).removeFile(); }), 2);
+        EXPECT_EQ(codeOf([&] { Folder(locked.getChild(u"sub"), storage).createFolder(); }), 2);
+        EXPECT_EQ(codeOf([&] { (void)Folder(hidden, storage).listAll(); }), 2);
+        EXPECT_EQ(codeOf([&] { (void)Folder(at(""), storage).listAllRecursive(); }), 2);
+        EXPECT_EQ(codeOf([&] { (void)vfs::exists(hidden.getChild(u"secret"), storage); }), 2);
+        EXPECT_EQ(codeOf([&] { vfs::IODevice d(File(writeonly, storage)); }), 2);
+        EXPECT_FALSE(File(readonly, storage).getAttributes().isWritable());
+        EXPECT_TRUE(File(readonly, storage).getAttributes().isReadable());
+        EXPECT_FALSE(File(writeonly, storage).getAttributes().isReadable());
+    });
+    EXPECT_EQ(tree_.snapshot(), before);
+}
+
+// Restores the real system calls however the test ends.
+class SeamGuard {
+public:
+    SeamGuard() : saved_(seam::systemCalls()) {}
+    ~SeamGuard() { seam::systemCalls() = saved_; }
+    SeamGuard(const SeamGuard&) = delete;
+    SeamGuard& operator=(const SeamGuard&) = delete;
+
+private:
+    seam::SystemCalls saved_;
+};
+
+struct Counters {
+    int openat = 0;
+    int fstatat = 0;
+    int getdents = 0;
+    int close = 0;
+    int interruptsLeft = 0;
+    int failWith = 0;
+    std::vector<int> openFlags;
+};
+Counters counters;
+
+int countingOpenat(int dirfd, const char* path, int flags, mode_t mode) {
+    ++counters.openat;
+    counters.openFlags.push_back(flags);
+    if (counters.interruptsLeft > 0) {
+        --counters.interruptsLeft;
+        errno = EINTR;
+        return -1;
+    }
+    return seam::realSystemCalls().openat(dirfd, path, flags, mode);
+}
+int countingFstatat(int dirfd, const char* path, struct stat* st, int flags) {
+    ++counters.fstatat;
+    return seam::realSystemCalls().fstatat(dirfd, path, st, flags);
+}
+long countingGetdents(int fd, void* buffer, std::size_t size) {
+    ++counters.getdents;
+    if (counters.interruptsLeft > 0) {
+        --counters.interruptsLeft;
+        errno = EINTR;
+        return -1;
+    }
+    if (counters.failWith != 0) {
+        errno = counters.failWith;
+        return -1;
+    }
+    return seam::realSystemCalls().getdents64(fd, buffer, size);
+}
+// As a file system without d_type answers: every entry's type is unknown.
+long unknownTypeGetdents(int fd, void* buffer, std::size_t size) {
+    const long n = seam::realSystemCalls().getdents64(fd, buffer, size);
+    for (long pos = 0; pos < n;) {
+        char* rec = static_cast<char*>(buffer) + pos;
+        unsigned short reclen = 0;
+        std::memcpy(&reclen, rec + 16, sizeof reclen);
+        rec[18] = DT_UNKNOWN;
+        pos += reclen;
+    }
+    return n;
+}
+ssize_t failingWrite(int, const void*, std::size_t) {
+    errno = ENOSPC;
+    return -1;
+}
+ssize_t interruptedWrite(int fd, const void* buffer, std::size_t size) {
+    if (counters.interruptsLeft > 0) {
+        --counters.interruptsLeft;
+        errno = EINTR;
+        return -1;
+    }
+    // Short writes: one byte at a time, so the loop must go on.
+    return seam::realSystemCalls().write(fd, buffer, size > 0 ? 1 : 0);
+}
+int interruptedClose(int fd) {
+    ++counters.close;
+    seam::realSystemCalls().close(fd);
+    errno = EINTR;
+    return -1;
+}
+int failingClose(int fd) {
+    seam::realSystemCalls().close(fd);
+    errno = EIO;
+    return -1;
+}
+
+class FileProviderFaults : public FileProvider {
+protected:
+    void SetUp() override { counters = {}; }
+    SeamGuard guard_;
+};
+
+TEST_F(FileProviderFaults, WalkReadsEachFolderOnceAndStatsNothing) {
+    tree_.makeFile("a/x");
+    tree_.makeFile("a/b/y");
+    tree_.makeFile("c/z");
+    tree_.makeFile("top");
+    tree_.makeLink("a", "link");
+    seam::systemCalls().openat = &countingOpenat;
+    seam::systemCalls().fstatat = &countingFstatat;
+    const auto listing = Folder(at(""), storage_).listAllRecursive();
+    EXPECT_EQ(listing.size(), 8U);
+    EXPECT_EQ(counters.openat, 4);  // the root, a, a/b, c
+    EXPECT_EQ(counters.fstatat, 0);
+    for (int flags : counters.openFlags) {
+        EXPECT_NE(flags & O_CLOEXEC, 0);
+        EXPECT_NE(flags & O_DIRECTORY, 0);
+    }
+}
+
+TEST_F(FileProviderFaults, UnknownEntryTypesCostOneStatusEach) {
+    tree_.makeFile("a/x");
+    tree_.makeFile("top");
+    tree_.makeLink("a", "link");
+    seam::systemCalls().getdents64 = &unknownTypeGetdents;
+    seam::systemCalls().fstatat = &countingFstatat;
+    const auto listing = Folder(at(""), storage_).listAllRecursive();
+    EXPECT_EQ(relativeNames(listing), (std::vector<std::string>{"a", "a/x", "link", "top"}));
+    using K = ListEntry::Kind;
+    std::vector<K> kinds;
+    for (const auto& e : listing) kinds.push_back(e.getKind());
+    EXPECT_EQ(kinds, (std::vector<K>{K::Folder, K::File, K::SymbolicLink, K::File}));
+    EXPECT_EQ(counters.fstatat, 4);
+}
+
+TEST_F(FileProviderFaults, InterruptedCallsAreRetried) {
+    tree_.makeFile("d/f");
+    seam::systemCalls().getdents64 = &countingGetdents;
+    counters.interruptsLeft = 2;
+    EXPECT_EQ(Folder(at("d"), storage_).listAll().size(), 1U);
+    EXPECT_EQ(counters.interruptsLeft, 0);
+
+    seam::systemCalls().openat = &countingOpenat;
+    counters.interruptsLeft = 1;
+    File(at("new"), storage_).createFile();
+    EXPECT_TRUE(std::filesystem::exists(tree_.path("new")));
+
+    seam::systemCalls().write = &interruptedWrite;
+    counters.interruptsLeft = 1;
+    {
+        vfs::IODevice device(File(at("new"), storage_), vfs::IODevice::OpenMode::Write);
+        const std::string text = "several bytes";
+        device.write(std::as_bytes(std::span(text.data(), text.size())));
+        device.close();
+    }
+    EXPECT_EQ(std::filesystem::file_size(tree_.path("new")), 13U);
+}
+
+TEST_F(FileProviderFaults, ReadErrorsAreReportedWithTheSystemText) {
+    tree_.makeFile("d/f");
+    seam::systemCalls().getdents64 = &countingGetdents;
+    counters.failWith = EIO;
+    try {
+        (void)Folder(at("d"), storage_).listAll();
+        ADD_FAILURE() << "no exception";
+    } catch (const vfs::Exception& e) {
+        EXPECT_EQ(e.getErrorCode(), 5);
+        EXPECT_EQ(e.getSystemText(), "Input/output error");
+        EXPECT_EQ(e.GetID(), "QUORIN:storage:ioError");
+    }
+}
+
+TEST_F(FileProviderFaults, WriteAndCloseFailuresAreReported) {
+    seam::systemCalls().write = &failingWrite;
+    {
+        vfs::IODevice device(File(at("f"), storage_), vfs::IODevice::OpenMode::Write);
+        const std::string text = "x";
+        EXPECT_IDENTIFIED_ERROR(device.write(std::as_bytes(std::span(text.data(), text.size()))),
+                                "QUORIN:storage:ioError", at("f").toString(),
+                                std::string("No space left on device"));
+    }
+    seam::systemCalls() = seam::realSystemCalls();
+    seam::systemCalls().close = &failingClose;
+    vfs::IODevice device(File(at("f"), storage_));
+    EXPECT_EQ(codeOf([&] { device.close(); }), 5);
+}
+
+TEST_F(FileProviderFaults, CloseIsNeverRetried) {
+    seam::systemCalls().close = &interruptedClose;
+    vfs::IODevice device(File(at("g"), storage_), vfs::IODevice::OpenMode::Write);
+    EXPECT_NO_THROW(device.close());  // EINTR from close: the descriptor is gone anyway
+    EXPECT_EQ(counters.close, 1);
+}
+
+TEST_F(FileProviderFaults, EveryOpenIsCloseOnExec) {
+    tree_.makeFile("d/f", "x");
+    seam::systemCalls().openat = &countingOpenat;
+    File(at("new"), storage_).createFile();
+    { vfs::IODevice r(File(at("d/f"), storage_)); }
+    { vfs::IODevice w(File(at("d/f"), storage_), vfs::IODevice::OpenMode::Write); }
+    { vfs::IODevice a(File(at("d/f"), storage_), vfs::IODevice::OpenMode::Append); }
+    (void)Folder(at(""), storage_).listAllRecursive();
+    ASSERT_GE(counters.openFlags.size(), 6U);
+    for (int flags : counters.openFlags) EXPECT_NE(flags & O_CLOEXEC, 0);
+}
+
+}  // namespace

@@ -1,0 +1,216 @@
+// The path layer (fl::filesystem) and the path/IRI helpers of PathManagement.
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Hexfarrow/PathManagement/PathManagement.hpp"
+#include "fl/filesystem/filesystem.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
+
+#include <unistd.h>
+
+namespace {
+
+namespace fs = fl::filesystem;
+using fl::i18n::to_ustring;
+using fl::i18n::to_utf8;
+
+// Runs the test body from inside a folder, and goes back afterwards.
+class CurrentFolder {
+public:
+    explicit CurrentFolder(const std::filesystem::path& folder)
+        : saved_(std::filesystem::current_path()) {
+        std::filesystem::current_path(folder);
+    }
+    ~CurrentFolder() { std::filesystem::current_path(saved_); }
+    CurrentFolder(const CurrentFolder&) = delete;
+    CurrentFolder& operator=(const CurrentFolder&) = delete;
+
+private:
+    std::filesystem::path saved_;
+};
+
+TEST(MakeNativeForm, CleansWithoutTouchingDotDot) {
+    struct Row {
+        const char16_t* input;
+        const char16_t* expected;
+    };
+    const std::vector<Row> rows = {
+        {u"/", u"/"},
+        {u"//", u"/"},
+        {u"/.", u"/"},
+        {u"/./", u"/"},
+        {u"/a//b/./c/", u"/a/b/c"},
+        {u"/a/../b", u"/a/../b"},
+        {u"/..", u"/.."},
+        {u"/a/.../b", u"/a/.../b"},
+        {u"/a/.b/c.", u"/a/.b/c."},
+        {u"/t\u00e4st/\U0001F600//x", u"/t\u00e4st/\U0001F600/x"},
+        {u"/bad\xDCFF/./x", u"/bad\xDCFF/x"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(to_utf8(row.input));
+        EXPECT_EQ(fs::detail::make_native_form(row.input, true), row.expected);
+        EXPECT_EQ(fs::detail::make_native_form(row.input, false), row.expected);
+    }
+}
+
+TEST(MakeNativeForm, RelativePathsAreTakenFromTheCurrentFolder) {
+    zkfs::test::TempTree tree;
+    CurrentFolder here(tree.root());
+    const fl::ustring root = tree.upath("");
+    EXPECT_EQ(fs::detail::make_native_form(u"a/./b//c", true), root + u"/a/b/c");
+    EXPECT_EQ(fs::detail::make_native_form(u"../x", true), root + u"/../x");
+    EXPECT_EQ(fs::detail::make_native_form(u".", true), root);
+    EXPECT_EQ(fs::detail::make_native_form(u"", true), root);
+    EXPECT_EQ(fs::detail::make_native_form(u"a/./b//c", false), u"a/b/c");
+    EXPECT_EQ(fs::detail::make_native_form(u"./", false), u".");
+    EXPECT_EQ(fs::detail::make_native_form(u"", false), u"");
+    EXPECT_EQ(fs::absolute(u"rel/./x"), root + u"/rel/./x");
+    EXPECT_EQ(fs::absolute(u"/abs/../x"), u"/abs/../x");
+    EXPECT_EQ(fs::current_path(), root);
+}
+
+class PathLayer : public ::testing::Test {
+protected:
+    void SetUp() override {
+        tree_.makeFile("f", "12345");
+        tree_.makeFolder("d");
+        tree_.makeLink("f", "link-to-file");
+        tree_.makeLink("d", "link-to-folder");
+        tree_.makeLink("missing", "dangling");
+        tree_.makeLink("loop", "loop");
+    }
+    fl::ustring p(const std::string& relative) const { return tree_.upath(relative); }
+    zkfs::test::TempTree tree_;
+};
+
+TEST_F(PathLayer, StatusFollowsLinks) {
+    EXPECT_TRUE(fs::status(p("f")).is_regular_file());
+    EXPECT_EQ(fs::status(p("f")).size(), 5U);
+    EXPECT_TRUE(fs::status(p("d")).is_directory());
+    EXPECT_TRUE(fs::status(p("link-to-file")).is_regular_file());
+    EXPECT_TRUE(fs::status(p("link-to-folder")).is_directory());
+    EXPECT_EQ(fs::status(p("f")).type() & fs::file_status::file_type_mask,
+              fs::file_status::regular_file);
+}
+
+TEST_F(PathLayer, StatusExceptionRules) {
+    EXPECT_IDENTIFIED_ERROR((void)fs::status(p("none")), "QUORIN:filesystem:pathNotFound",
+                            p("none"));
+    // A name below a file: nothing has it.
+    EXPECT_THROW((void)fs::status(p("f/below")), fs::PathNotFound);
+    // A link that cannot be followed exists: ENOENT as a system error, not "not found".
+    for (const char* link : {"dangling", "loop"}) {
+        SCOPED_TRACE(link);
+        try {
+            (void)fs::status(p(link));
+            ADD_FAILURE() << "no exception";
+        } catch (const fs::SystemError& e) {
+            EXPECT_EQ(e.getErrorCode(), ENOENT);
+            EXPECT_EQ(e.code(), ENOENT);
+            EXPECT_EQ(e.getPath(), p(link));
+            EXPECT_EQ(e.GetID(), "QUORIN:filesystem:systemError");
+        }
+    }
+    EXPECT_IDENTIFIED_ERROR((void)fs::status(p("dangling")), "QUORIN:filesystem:systemError",
+                            p("dangling"), std::string("No such file or directory"),
+                            std::int64_t{ENOENT});
+}
+
+TEST_F(PathLayer, AccessDeniedWithoutPrivileges) {
+    tree_.makeFile("closed/inner");
+    const auto ids = zkfs::test::unprivilegedIds();
+    tree_.handTo(ids.uid, ids.gid);
+    tree_.setMode("", 0755);
+    tree_.setMode("closed", 0000);
+    const fl::ustring inner = p("closed/inner");
+    zkfs::test::runUnprivileged([&] {
+        EXPECT_IDENTIFIED_ERROR((void)fs::status(inner), "QUORIN:filesystem:accessDenied", inner);
+        EXPECT_THROW((void)fs::symlink_status(inner), fs::AccessDenied);
+        EXPECT_THROW((void)fs::canonical(inner, u""), fs::AccessDenied);
+    });
+}
+
+TEST_F(PathLayer, SymlinkStatusReadsTheNameItself) {
+    using S = fs::file_status;
+    EXPECT_EQ(fs::symlink_status(p("link-to-file")).type() & S::file_type_mask, S::symlink_file);
+    EXPECT_EQ(fs::symlink_status(p("dangling")).kind(), S::symlink_file);
+    EXPECT_EQ(fs::symlink_status(p("d")).kind(), S::directory_file);
+    // Nothing there is an answer, not an error.
+    const S none = fs::symlink_status(p("none"));
+    EXPECT_FALSE(none.exists());
+    EXPECT_EQ(none.type() & S::file_type_mask, S::not_found);
+}
+
+TEST_F(PathLayer, CanonicalResolvesEveryLink) {
+    EXPECT_EQ(fs::canonical(p("link-to-file"), u""), p("f"));
+    EXPECT_EQ(fs::canonical(p("link-to-folder/../f"), u""), p("f"));
+    EXPECT_EQ(fs::canonical(u"link-to-folder", p("")), p("d"));
+    EXPECT_IDENTIFIED_ERROR((void)fs::canonical(p("dangling"), u""),
+                            "QUORIN:filesystem:pathNotFound", p("dangling"));
+    EXPECT_THROW((void)fs::canonical(p("loop"), u""), fs::SystemError);
+    CurrentFolder here(tree_.root());
+    EXPECT_EQ(fs::canonical(u"./link-to-file", u""), p("f"));
+}
+
+TEST_F(PathLayer, RemoveTakesTheNameItself) {
+    EXPECT_TRUE(fs::remove(p("link-to-file")));
+    EXPECT_TRUE(std::filesystem::exists(tree_.path("f")));
+    EXPECT_TRUE(fs::remove(p("dangling")));
+    EXPECT_FALSE(fs::remove(p("dangling")));
+    EXPECT_TRUE(fs::remove(p("d/../f")));
+    EXPECT_FALSE(std::filesystem::exists(tree_.path("f")));
+    tree_.makeFile("full/x");
+    try {
+        (void)fs::remove(p("full"));
+        ADD_FAILURE() << "no exception";
+    } catch (const fs::SystemError& e) {
+        EXPECT_EQ(e.getErrorCode(), ENOTEMPTY);
+    }
+    EXPECT_TRUE(std::filesystem::exists(tree_.path("full/x")));
+    EXPECT_TRUE(fs::remove(p("d")));
+}
+
+TEST(PathLayerExceptions, AreIdentifiedErrorsWithCloneAndRethrow) {
+    const fs::SystemError error(EIO, u"/x");
+    std::unique_ptr<foundation::core::except::IException> copy(error.clone());
+    try {
+        copy->rethrow();
+    } catch (const fs::FsysExceptionBase& e) {
+        EXPECT_EQ(e.GetID(), "QUORIN:filesystem:systemError");
+        EXPECT_EQ(dynamic_cast<const fs::SystemError&>(e).getErrorCode(), EIO);
+        EXPECT_STREQ(e.what(), "System error for '/x': Input/output error (error 5).");
+    }
+    EXPECT_THROW(fs::PathNotFound(u"/y").rethrow(), std::exception);
+    EXPECT_THROW(fs::AccessDenied(u"/y").rethrow(), foundation::core::except::IMsgIDException);
+}
+
+TEST(PathManagement, StringsAndIRIs) {
+    using Hexfarrow::PathManagement::GetIRIFromString;
+    using Hexfarrow::PathManagement::GetStringFromIRI;
+    zkfs::test::TempTree tree;
+    CurrentFolder here(tree.root());
+    EXPECT_EQ(GetIRIFromString(u"a b/./c").toString(),
+              foundation::storage::vfs::toAbsoluteIRI(u"file", tree.upath("") + u"/a b/c")
+                  .toString());
+    EXPECT_EQ(GetIRIFromString(u"/x//y#1").toString(), u"file:///x/y%231");
+    EXPECT_EQ(GetIRIFromString(u"http://h/a b").toString(), u"http://h/a%20b");
+    EXPECT_EQ(GetIRIFromString(u"mem://root/x").toString(), u"mem://root/x");
+    EXPECT_IDENTIFIED_ERROR((void)GetIRIFromString(u""), "QUORIN:storage:invalidIRI",
+                            fl::ustring());
+    EXPECT_EQ(GetStringFromIRI(GetIRIFromString(u"/x y/\u00e4#")), u"/x y/\u00e4#");
+    EXPECT_EQ(GetStringFromIRI(foundation::storage::vfs::AbsoluteIRI(u"http://h/a%20b")),
+              u"http://h/a%20b");
+    EXPECT_EQ(GetStringFromIRI(foundation::storage::vfs::AbsoluteIRI(u"file://")), u"");
+}
+
+}  // namespace
