@@ -12,8 +12,8 @@
 //     type that of the final target;
 //   - "file:" IRIs name local paths; LocalPathFromFileScheme answers with the local path,
 //     without it the answer is again a "file:" IRI (RFC 3986 text);
-//   - other schemes go through their storage provider; the answer is the IRI text and
-//     the type File, Folder or None (providers report links as their targets);
+//   - other schemes go through their storage provider (vfs::existsExtended); the answer
+//     is the IRI's RFC 3986 text, types as for local paths;
 //   - CaseCorrectAndResolveOnWindows changes nothing on POSIX, where names are exact.
 // Throws:
 //   foundation::storage::vfs::UnsupportedIRISchemeException  no provider for the scheme

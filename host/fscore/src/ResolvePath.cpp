@@ -1,0 +1,189 @@
+#include "quorin/io/filesystem/core/ResolvePath.hpp"
+
+#include <cerrno>
+#include <string>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "Internal.hpp"
+#include "Posix.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+#include "foundation/storage/vfs/File.hpp"
+#include "foundation/storage/vfs/StorageSystem.hpp"
+
+#include <unistd.h>
+
+namespace quorin::io::filesystem::core {
+namespace {
+
+namespace vfs = foundation::storage::vfs;
+using foundation::storage::provider::ExistenceTypeExtended;
+
+// A local path that exists, with what stat(2) said about its final target.
+struct LocalHit {
+    std::string path;  // the answer, UTF-8
+    std::int32_t type = PathType::None;
+    struct stat target {};
+};
+
+bool isNothingThere(int error) noexcept {
+    // ELOOP: a link cycle is a link that cannot be followed, like a dangling one.
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
+// The local answer, or false when nothing is there (also for a dangling link).
+bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, LocalHit& hit) {
+    if (path.empty()) return false;
+    const std::string native = detail::nativeUtf8(path);
+    if (const int e = posix::statPath(native, hit.target)) {
+        if (isNothingThere(e)) return false;
+        detail::throwStorageError(e, native);
+    }
+    const std::int32_t targetType = S_ISDIR(hit.target.st_mode) ? PathType::Folder : PathType::File;
+    if (options.ResolveSymbolicLinks) {
+        if (const int e = posix::realPath(native, hit.path)) {
+            // Gone between the two calls: answer as if it had never been there.
+            if (isNothingThere(e)) return false;
+            detail::throwStorageError(e, native);
+        }
+        hit.type = targetType;
+        return true;
+    }
+    struct stat self {};
+    if (const int e = posix::lstatPath(native, self)) {
+        if (isNothingThere(e)) return false;
+        detail::throwStorageError(e, native);
+    }
+    hit.path = native;
+    hit.type = S_ISLNK(self.st_mode) ? PathType::SymbolicLink : targetType;
+    return true;
+}
+
+std::int32_t providerType(ExistenceTypeExtended e, bool resolveLinks) {
+    switch (e) {
+        case ExistenceTypeExtended::File:
+            return PathType::File;
+        case ExistenceTypeExtended::Folder:
+            return PathType::Folder;
+        case ExistenceTypeExtended::SymbolicLinkToFile:
+            return resolveLinks ? PathType::File : PathType::SymbolicLink;
+        case ExistenceTypeExtended::SymbolicLinkToFolder:
+            return resolveLinks ? PathType::Folder : PathType::SymbolicLink;
+        case ExistenceTypeExtended::BrokenSymbolicLink:
+        case ExistenceTypeExtended::DoesNotExist:
+            break;
+    }
+    return PathType::None;
+}
+
+boost::posix_time::ptime toPtime(const struct timespec& t) {
+    static const boost::posix_time::ptime epoch(boost::gregorian::date(1970, 1, 1));
+    return epoch + boost::posix_time::seconds(t.tv_sec) +
+           boost::posix_time::microseconds(t.tv_nsec / 1000);
+}
+
+boost::posix_time::ptime nanosecondsToPtime(std::int64_t ns) {
+    static const boost::posix_time::ptime epoch(boost::gregorian::date(1970, 1, 1));
+    // Floor division, so that times before 1970 keep their sub-second part right.
+    std::int64_t seconds = ns / 1'000'000'000;
+    std::int64_t rest = ns % 1'000'000'000;
+    if (rest < 0) {
+        rest += 1'000'000'000;
+        --seconds;
+    }
+    return epoch + boost::posix_time::seconds(seconds) + boost::posix_time::microseconds(rest / 1000);
+}
+
+ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
+                                                      const ResolvePathOptions& options,
+                                                      bool wantAttributes) {
+    ResolvePathResultWithAttributes out;
+    if (!vfs::hasIRIPrefix(path)) {
+        LocalHit hit;
+        if (!resolveLocal(path, options, hit)) return out;
+        out.path = fl::i18n::to_ustring(hit.path);
+        out.type = hit.type;
+        if (wantAttributes) {
+            out.readable = posix::accessPath(hit.path, R_OK) == 0;
+            out.writable = posix::accessPath(hit.path, W_OK) == 0;
+            out.lastModified = toPtime(hit.target.st_mtim);
+            out.size = S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
+        }
+        return out;
+    }
+
+    const vfs::AbsoluteIRI iri(path);
+    if (detail::lowerAscii(iri.getScheme()) == u"file") {
+        LocalHit hit;
+        if (!resolveLocal(vfs::fromAbsoluteIRI(iri), options, hit)) return out;
+        const fl::ustring local = fl::i18n::to_ustring(hit.path);
+        out.path = options.LocalPathFromFileScheme ? local : vfs::toAbsoluteIRI(u"file", local).toString();
+        out.type = hit.type;
+        if (wantAttributes) {
+            out.readable = posix::accessPath(hit.path, R_OK) == 0;
+            out.writable = posix::accessPath(hit.path, W_OK) == 0;
+            out.lastModified = toPtime(hit.target.st_mtim);
+            out.size = S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
+        }
+        return out;
+    }
+
+    const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+    const std::int32_t type = providerType(vfs::existsExtended(iri, storage), options.ResolveSymbolicLinks);
+    if (type == PathType::None) return out;
+    out.path = iri.toString();
+    out.type = type;
+    if (wantAttributes) {
+        const vfs::FileAttributes attributes = vfs::File(iri, storage).getAttributes();
+        out.readable = attributes.isReadable();
+        out.writable = attributes.isWritable();
+        out.lastModified = nanosecondsToPtime(attributes.getLastModified());
+        out.size = type == PathType::Folder ? 0 : static_cast<std::int64_t>(attributes.getSize());
+    }
+    return out;
+}
+
+}  // namespace
+
+ResolvePathResult resolvePath(const fl::ustring& path, const ResolvePathOptions& options) {
+    ResolvePathResultWithAttributes full = resolveWithAttributes(path, options, false);
+    return ResolvePathResult{std::move(full.path), full.type};
+}
+
+ResolvePathResultWithAttributes resolvePathWithAttributes(const fl::ustring& path,
+                                                          const ResolvePathOptions& options) {
+    return resolveWithAttributes(path, options, true);
+}
+
+bool setupPathForURLConstruction(fl::ustring& path, ResolveSymbolicLinks mode, bool mustExist) {
+    if (path.empty()) return false;
+    if (vfs::hasIRIPrefix(path)) return true;
+    const std::string native = detail::nativeUtf8(path);
+    if (mustExist) {
+        struct stat st {};
+        if (const int e = posix::lstatPath(native, st)) detail::throwStorageError(e, native);
+    }
+    std::string prepared = native;
+    switch (mode) {
+        case ResolveSymbolicLinks::None:
+            break;
+        case ResolveSymbolicLinks::All:
+            prepared = detail::resolveExistingPrefix(native);
+            break;
+        case ResolveSymbolicLinks::AllButLast: {
+            const std::size_t slash = native.rfind('/');
+            if (native == "/" || slash == std::string::npos) break;
+            prepared = detail::resolveExistingPrefix(slash == 0 ? std::string("/") : native.substr(0, slash));
+            if (prepared.back() != '/') prepared.push_back('/');
+            prepared.append(native, slash + 1);
+            break;
+        }
+    }
+    path = fl::i18n::to_ustring(prepared);
+    return false;
+}
+
+}  // namespace quorin::io::filesystem::core
