@@ -1,0 +1,82 @@
+// qfs's gateway table against the library's export map: each mangled symbol must name
+// exactly a signature the map exports, so dlsym finds every built-in that exists.
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "qfs/Gateways.hpp"
+
+namespace {
+
+std::string demangle(const char* symbol) {
+    int status = 0;
+    std::unique_ptr<char, decltype(&std::free)> text(
+        abi::__cxa_demangle(symbol, nullptr, nullptr, &status), &std::free);
+    return status == 0 ? std::string(text.get()) : std::string();
+}
+
+// The quoted C++ signatures of the export map (the language tag aside).
+std::set<std::string> exportedSignatures() {
+    std::ifstream map(ZKFS_EXPORT_MAP);
+    EXPECT_TRUE(map) << ZKFS_EXPORT_MAP;
+    std::set<std::string> out;
+    std::string line;
+    while (std::getline(map, line)) {
+        const auto open = line.find('"');
+        const auto close = line.rfind('"');
+        if (open == std::string::npos || close <= open) continue;
+        std::string quoted = line.substr(open + 1, close - open - 1);
+        if (quoted.find('(') != std::string::npos) out.insert(std::move(quoted));  // not "C++"
+    }
+    return out;
+}
+
+TEST(GatewayTableTest, EverySymbolIsAnExportedSignatureOfItsName) {
+    const auto exported = exportedSignatures();
+    ASSERT_EQ(exported.size(), qfs::gateways().size());
+    std::set<std::string> seen;
+    for (const auto& g : qfs::gateways()) {
+        SCOPED_TRACE(g.name);
+        const std::string signature = demangle(g.symbol);
+        EXPECT_TRUE(exported.count(signature) == 1) << signature;
+        // The unqualified name is the last component before the parameter list.
+        const std::string head = signature.substr(0, signature.find('('));
+        EXPECT_EQ(head.substr(head.rfind(':') == std::string::npos ? 0 : head.rfind(':') + 1), g.name);
+        EXPECT_EQ(g.mutableArgsPointer, signature.ends_with("vqArray const**)")) << signature;
+        EXPECT_TRUE(seen.insert(g.name).second);
+    }
+}
+
+TEST(GatewayTableTest, CountRulesAsTheHostChecksThem) {
+    struct Row {
+        const char* name;
+        int maxOut, minIn, maxIn;
+    };
+    for (const Row& r : {Row{"createFileURL", 1, 1, -1}, Row{"createURLFromPartsFcn", 1, 2, 2},
+                         Row{"getContentTypeFcn", 1, 1, 1}, Row{"isAbsolutePathNoIOFcn", 1, 1, 1},
+                         Row{"getPerms_impl", 1, 2, 3}, Row{"modifyPerms_impl", 1, 3, 5},
+                         Row{"mkFileFcn", 3, 1, 3}, Row{"mkSymlinkFcn", 0, 2, 4},
+                         Row{"createWindowsShortcutFcn", -1, -1, -1}, Row{"isSymlinkFcn", 2, 1, 1},
+                         Row{"resolvePathFcn", 1, 1, -1}, Row{"resolvePathFcnWithAttributes", 1, 1, -1},
+                         Row{"pathFcn", 1, 1, 3}, Row{"relativepath", 1, 2, 2},
+                         Row{"pathNameLengthValidation", 1, 1, 1}}) {
+        SCOPED_TRACE(r.name);
+        const qfs::GatewayInfo* g = qfs::findGateway(r.name);
+        ASSERT_NE(g, nullptr);
+        EXPECT_EQ(g->maxOut, r.maxOut);
+        EXPECT_EQ(g->minIn, r.minIn);
+        EXPECT_EQ(g->maxIn, r.maxIn);
+        EXPECT_NE(std::string(g->usage).find(r.name), std::string::npos);
+        EXPECT_FALSE(std::string(g->details).empty());
+    }
+    EXPECT_EQ(qfs::findGateway("pathfcn"), nullptr);  // names are case-sensitive
+    EXPECT_EQ(qfs::findGateway("getPathConstituentsCaller"), nullptr);  // a helper, not a gateway
+}
+
+}  // namespace
