@@ -1,12 +1,12 @@
 // Display snapshots: the exact text qfs prints for each kind of value.
-#include <cmath>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "qfs/Display.hpp"
 #include "qfs/Parser.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
 
 namespace {
 
@@ -63,15 +63,22 @@ TEST_F(DisplayTest, CellsSummariseTheirElements) {
     EXPECT_EQ(show("c", "{'a', \"b\", 3, true; missing, [1 2], {1}, ['ab'; 'cd']}"),
               "c =\n"
               "  2\u00d74 cell array\n"
-              "    {'a'}" "           " "{[\"b\"]}" "        " "{[3]}" "        " "{[1]}\n"
+              "    {'a'}"
+              "           "
+              "{[\"b\"]}"
+              "        "
+              "{[3]}"
+              "        "
+              "{[1]}\n"
               "    {[<missing>]}   {1\u00d72 double}   {1\u00d71 cell}   {2\u00d72 char}\n");
     EXPECT_EQ(show("c", "cell(1, 1)"), "c =\n  1\u00d71 cell array\n    {0\u00d70 double}\n");
 }
 
 TEST_F(DisplayTest, ScalarStructAlignsFieldNames) {
-    EXPECT_EQ(show("info", "struct('ResolvedPath', \"/tmp/a\", 'Type', \"File\", 'Readable', true, "
-                           "'Port', NaN, 'Extension', missing, 'Empty', [], 'Parts', [1 2], "
-                           "'Note', '', 'Cells', {1}, 'Inner', struct())"),
+    EXPECT_EQ(show("info",
+                   "struct('ResolvedPath', \"/tmp/a\", 'Type', \"File\", 'Readable', true, "
+                   "'Port', NaN, 'Extension', missing, 'Empty', [], 'Parts', [1 2], "
+                   "'Note', '', 'Cells', {1}, 'Inner', struct())"),
               "info =\n"
               "  struct with fields:\n"
               "    ResolvedPath: \"/tmp/a\"\n"
@@ -88,7 +95,9 @@ TEST_F(DisplayTest, ScalarStructAlignsFieldNames) {
 }
 
 TEST_F(DisplayTest, StructArraysListFieldsThenElements) {
-    EXPECT_EQ(show("f", "[struct('Name', \"/a\", 'Cause', \"denied\"); struct('Name', \"/b\", 'Cause', \"gone\")]"),
+    EXPECT_EQ(show("f",
+                   "[struct('Name', \"/a\", 'Cause', \"denied\"); struct('Name', \"/b\", 'Cause', "
+                   "\"gone\")]"),
               "f =\n"
               "  2\u00d71 struct array with fields:\n"
               "    Name\n"

@@ -1,9 +1,20 @@
 // qfs as a user runs it: the built binary in a child process, its standard output,
 // standard error and exit status, against a stand-in library (exact behaviour known)
 // and against the real library (whatever built-ins it exports at the moment).
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "qfs/Gateways.hpp"
+#include "qfs/Identifiers.hpp"
+#include "qfs/Library.hpp"
+#include "quorin/gateway/Identifiers.hpp"
+#include "zkfs/test/TempTree.hpp"
+
+#include "fl/i18n/MessageCatalog.hpp"
+#include "fl/i18n/ZkLocale.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/core/except/Exception.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <fstream>
@@ -11,19 +22,9 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
-#include "fl/i18n/MessageCatalog.hpp"
-#include "fl/i18n/ZkLocale.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "foundation/core/except/Exception.hpp"
-#include "qfs/Gateways.hpp"
-#include "qfs/Identifiers.hpp"
-#include "qfs/Library.hpp"
-#include "quorin/gateway/Identifiers.hpp"
-#include "zkfs/test/TempTree.hpp"
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -63,7 +64,8 @@ protected:
         argv.push_back(nullptr);
         std::vector<std::string> environment{"LANG=C", "HOME=" + tree_.root().string(),
                                              "PATH=/usr/bin:/bin"};
-        if (const char* asan = std::getenv("ASAN_OPTIONS")) environment.push_back(std::string("ASAN_OPTIONS=") + asan);
+        if (const char* asan = std::getenv("ASAN_OPTIONS"))
+            environment.push_back(std::string("ASAN_OPTIONS=") + asan);
         for (const auto& e : env) {  // a given variable replaces the default of that name
             const std::string key = e.substr(0, e.find('=') + 1);
             std::erase_if(environment, [&](const std::string& d) { return d.starts_with(key); });
@@ -78,7 +80,8 @@ protected:
             const int i = open(in.c_str(), O_RDONLY | O_CLOEXEC);
             const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
             const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-            if (i < 0 || o < 0 || e < 0 || dup2(i, 0) < 0 || dup2(o, 1) < 0 || dup2(e, 2) < 0) _exit(126);
+            if (i < 0 || o < 0 || e < 0 || dup2(i, 0) < 0 || dup2(o, 1) < 0 || dup2(e, 2) < 0)
+                _exit(126);
             execve(argv[0], argv.data(), envp.data());
             _exit(127);
         }
@@ -131,13 +134,12 @@ TEST_F(QfsTest, SemicolonSuppressesTheDisplayButNotTheCall) {
 TEST_F(QfsTest, JsonWritesOneObjectPerStatementWithOutputsInSlotOrder) {
     const Result r = fixture({"--json", "[a, b, c] = pathFcn({1, missing}, struct('P', NaN))"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out,
-              R"({"outputs":[{"class":"cell","size":[1,2],"value":[)"
-              R"({"class":"double","size":[1,1],"value":[1.0]},)"
-              R"({"class":"string","size":[1,1],"value":[null]}]},)"
-              R"({"class":"struct","size":[1,1],"fields":["P"],"value":[{"P":)"
-              R"({"class":"double","size":[1,1],"value":["NaN"]}}]},null]})"
-              "\n");
+    EXPECT_EQ(r.out, R"({"outputs":[{"class":"cell","size":[1,2],"value":[)"
+                     R"({"class":"double","size":[1,1],"value":[1.0]},)"
+                     R"({"class":"string","size":[1,1],"value":[null]}]},)"
+                     R"({"class":"struct","size":[1,1],"fields":["P"],"value":[{"P":)"
+                     R"({"class":"double","size":[1,1],"value":["NaN"]}}]},null]})"
+                     "\n");
     EXPECT_EQ(fixture({"--json", "pathFcn(true);"}).out,
               "{\"outputs\":[{\"class\":\"logical\",\"size\":[1,1],\"value\":[true]}]}\n");
     EXPECT_EQ(fixture({"--json", "pathFcn()"}).out, "{\"outputs\":[]}\n");
@@ -145,9 +147,17 @@ TEST_F(QfsTest, JsonWritesOneObjectPerStatementWithOutputsInSlotOrder) {
 
 TEST_F(QfsTest, BytesThatAreNotUtf8) {
     // Shown as they are; in JSON replaced, so the line stays valid.
-    EXPECT_EQ(fixture({"pathFcn('a\xff" "b')"}).out, "ans =\n    'a\xff" "b'\n");
-    const Result j = fixture({"--json", "pathFcn('a\xff" "b')"});
-    EXPECT_EQ(j.out, "{\"outputs\":[{\"class\":\"char\",\"size\":[1,3],\"value\":\"a\xef\xbf\xbd" "b\"}]}\n");
+    EXPECT_EQ(fixture({"pathFcn('a\xff"
+                       "b')"})
+                  .out,
+              "ans =\n    'a\xff"
+              "b'\n");
+    const Result j = fixture({"--json",
+                              "pathFcn('a\xff"
+                              "b')"});
+    EXPECT_EQ(j.out,
+              "{\"outputs\":[{\"class\":\"char\",\"size\":[1,3],\"value\":\"a\xef\xbf\xbd"
+              "b\"}]}\n");
     EXPECT_TRUE(nlohmann::json::accept(j.out));
 }
 
@@ -182,45 +192,55 @@ TEST_F(QfsTest, TooManyOutputsIsTheHostsCountError) {
 }
 
 TEST_F(QfsTest, IdentifiedErrorsShowTheCatalogTextOfTheLocale) {
-    const std::string inputDe = *fl::i18n::MessageCatalog::find_text("QUORIN:FileUtils:inputPath", "de");
+    const std::string inputDe =
+        *fl::i18n::MessageCatalog::find_text("QUORIN:FileUtils:inputPath", "de");
     const QUORIN::string::MustBeCharCellArrayOrString id(fl::i18n::to_ustring(inputDe));
     const std::string expected =
         nlohmann::ordered_json{{"error",
-                        {{"identifier", "QUORIN:string:MustBeCharCellArrayOrString"},
-                         {"message", english(id, "de_DE.UTF-8")},
-                         {"arguments", {inputDe}}}}}
-            .dump() + "\n";
-    EXPECT_EQ(fixture({"--json", "--locale", "de_DE.UTF-8", "isAbsolutePathNoIOFcn(1)"}).out, expected);
-    // The same from the environment, the way a user's shell sets it.
-    EXPECT_EQ(fixture({"--json", "isAbsolutePathNoIOFcn(1)"}, {}, {"LANG=de_DE.UTF-8"}).out, expected);
-    EXPECT_EQ(fixture({"--json", "isAbsolutePathNoIOFcn(1)"}, {}, {"LANG=C", "LC_ALL=de_DE.UTF-8"}).out,
+                                {{"identifier", "QUORIN:string:MustBeCharCellArrayOrString"},
+                                 {"message", english(id, "de_DE.UTF-8")},
+                                 {"arguments", {inputDe}}}}}
+            .dump() +
+        "\n";
+    EXPECT_EQ(fixture({"--json", "--locale", "de_DE.UTF-8", "isAbsolutePathNoIOFcn(1)"}).out,
               expected);
+    // The same from the environment, the way a user's shell sets it.
+    EXPECT_EQ(fixture({"--json", "isAbsolutePathNoIOFcn(1)"}, {}, {"LANG=de_DE.UTF-8"}).out,
+              expected);
+    EXPECT_EQ(
+        fixture({"--json", "isAbsolutePathNoIOFcn(1)"}, {}, {"LANG=C", "LC_ALL=de_DE.UTF-8"}).out,
+        expected);
 
     const Result en = fixture({"isAbsolutePathNoIOFcn({'/a', 2})"});
     EXPECT_EQ(en.status, 1);
-    const std::string inputEn = *fl::i18n::MessageCatalog::find_text("QUORIN:FileUtils:inputPath", "en");
-    EXPECT_EQ(en.err, "Error using isAbsolutePathNoIOFcn\n" +
-                          english(QUORIN::string::MustBeCellArrayOfStrings(fl::i18n::to_ustring(inputEn))) +
-                          "\n(QUORIN:string:MustBeCellArrayOfStrings)\n");
+    const std::string inputEn =
+        *fl::i18n::MessageCatalog::find_text("QUORIN:FileUtils:inputPath", "en");
+    EXPECT_EQ(en.err,
+              "Error using isAbsolutePathNoIOFcn\n" +
+                  english(QUORIN::string::MustBeCellArrayOfStrings(fl::i18n::to_ustring(inputEn))) +
+                  "\n(QUORIN:string:MustBeCellArrayOfStrings)\n");
 }
 
 TEST_F(QfsTest, AnExceptionWithoutIdentifierIsReportedNotACrash) {
     const Result r = fixture({"mkFileFcn('x')"});
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "Error using mkFileFcn\nthe fixture refuses to make files\n");
-    EXPECT_EQ(fixture({"--json", "mkFileFcn('x')"}).out,
-              R"({"error":{"identifier":"","message":"the fixture refuses to make files","arguments":[]}})"
-              "\n");
+    EXPECT_EQ(
+        fixture({"--json", "mkFileFcn('x')"}).out,
+        R"({"error":{"identifier":"","message":"the fixture refuses to make files","arguments":[]}})"
+        "\n");
 }
 
 TEST_F(QfsTest, ABuiltInTheLibraryLacksIsNotAvailable) {
     const Result r = fixture({"mkSymlinkFcn('a', 'b')"});
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "Error using mkSymlinkFcn\nmkSymlinkFcn is not available in this library.\n"
-                     "(QUORIN:qfs:NotAvailable)\n");
-    EXPECT_EQ(fixture({"--json", "mkSymlinkFcn('a', 'b')"}).out,
-              R"({"error":{"identifier":"QUORIN:qfs:NotAvailable","message":"mkSymlinkFcn is not available in this library.","arguments":["mkSymlinkFcn"]}})"
-              "\n");
+    EXPECT_EQ(r.err,
+              "Error using mkSymlinkFcn\nmkSymlinkFcn is not available in this library.\n"
+              "(QUORIN:qfs:NotAvailable)\n");
+    EXPECT_EQ(
+        fixture({"--json", "mkSymlinkFcn('a', 'b')"}).out,
+        R"({"error":{"identifier":"QUORIN:qfs:NotAvailable","message":"mkSymlinkFcn is not available in this library.","arguments":["mkSymlinkFcn"]}})"
+        "\n");
 }
 
 TEST_F(QfsTest, AnUnknownNameListsTheKnownOnes) {
@@ -241,9 +261,10 @@ TEST_F(QfsTest, ParseErrorsPointAtTheColumnAndExitWithTwo) {
               "    x = pathFcn('a' 'b')\n"
               "                    ^\n"
               "(QUORIN:qfs:ParseError)\n");
-    EXPECT_EQ(fixture({"--json", "pathFcn([1 'a'])"}).out,
-              R"({"error":{"identifier":"QUORIN:qfs:ParseError","message":"Parse error at column 12: cannot concatenate char with double.","arguments":[12,"cannot concatenate char with double"]}})"
-              "\n");
+    EXPECT_EQ(
+        fixture({"--json", "pathFcn([1 'a'])"}).out,
+        R"({"error":{"identifier":"QUORIN:qfs:ParseError","message":"Parse error at column 12: cannot concatenate char with double.","arguments":[12,"cannot concatenate char with double"]}})"
+        "\n");
 }
 
 // --- input modes -------------------------------------------------------------------
@@ -291,7 +312,8 @@ TEST_F(QfsTest, PipedInputIsReadLineByLine) {
 
 TEST_F(QfsTest, LoadAndUnloadHooksRun) {
     const auto mark = tree_.path("unloaded");
-    const Result r = fixture({"createURLFromPartsFcn()"}, {}, {"QFS_FIXTURE_UNLOAD_MARK=" + mark.string()});
+    const Result r =
+        fixture({"createURLFromPartsFcn()"}, {}, {"QFS_FIXTURE_UNLOAD_MARK=" + mark.string()});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "ans =\n  logical\n    1\n");  // the load hook ran before the call
     EXPECT_EQ(readAll(mark), "unloaded\n");
@@ -364,7 +386,8 @@ TEST_F(QfsTest, HelpMarksWhatTheLibraryLacks) {
 
     const Result j = fixture({"--json", "help isSymlinkFcn"});
     const auto object = nlohmann::json::parse(j.out);
-    EXPECT_THAT(object.at("help").get<std::string>(), HasSubstr("[tf, targets] = isSymlinkFcn(paths)"));
+    EXPECT_THAT(object.at("help").get<std::string>(),
+                HasSubstr("[tf, targets] = isSymlinkFcn(paths)"));
 }
 
 TEST_F(QfsTest, UsageErrorsExitWithTwo) {
@@ -408,7 +431,8 @@ TEST_F(QfsTest, EveryBuiltInOfTheRealLibraryKeepsItsOutputLimit) {
     for (const auto& g : qfs::gateways()) {
         SCOPED_TRACE(g.name);
         std::string outputs;
-        for (int k = 0; k <= std::max(g.maxOut, 0); ++k) outputs += (k ? ", o" : "o") + std::to_string(k);
+        for (int k = 0; k <= std::max(g.maxOut, 0); ++k)
+            outputs += (k ? ", o" : "o") + std::to_string(k);
         const Result r = run({"--json", "[" + outputs + "] = " + g.name + "()"});
         EXPECT_EQ(r.status, 1);
         const auto object = nlohmann::json::parse(r.out);

@@ -1,16 +1,15 @@
 // qfs's gateway table against the library's export map: each mangled symbol must name
 // exactly a signature the map exports, so dlsym finds every built-in that exists.
-#include <cxxabi.h>
+#include "qfs/Gateways.hpp"
+
+#include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cxxabi.h>
 #include <fstream>
 #include <memory>
 #include <set>
 #include <string>
-
-#include <gtest/gtest.h>
-
-#include "qfs/Gateways.hpp"
 
 namespace {
 
@@ -47,7 +46,8 @@ TEST(GatewayTableTest, EverySymbolIsAnExportedSignatureOfItsName) {
         EXPECT_TRUE(exported.count(signature) == 1) << signature;
         // The unqualified name is the last component before the parameter list.
         const std::string head = signature.substr(0, signature.find('('));
-        EXPECT_EQ(head.substr(head.rfind(':') == std::string::npos ? 0 : head.rfind(':') + 1), g.name);
+        EXPECT_EQ(head.substr(head.rfind(':') == std::string::npos ? 0 : head.rfind(':') + 1),
+                  g.name);
         EXPECT_EQ(g.mutableArgsPointer, signature.ends_with("vqArray const**)")) << signature;
         EXPECT_TRUE(seen.insert(g.name).second);
     }
@@ -63,9 +63,9 @@ TEST(GatewayTableTest, CountRulesAsTheHostChecksThem) {
                          Row{"getPerms_impl", 1, 2, 3}, Row{"modifyPerms_impl", 1, 3, 5},
                          Row{"mkFileFcn", 3, 1, 3}, Row{"mkSymlinkFcn", 0, 2, 4},
                          Row{"createWindowsShortcutFcn", -1, -1, -1}, Row{"isSymlinkFcn", 2, 1, 1},
-                         Row{"resolvePathFcn", 1, 1, -1}, Row{"resolvePathFcnWithAttributes", 1, 1, -1},
-                         Row{"pathFcn", 1, 1, 3}, Row{"relativepath", 1, 2, 2},
-                         Row{"pathNameLengthValidation", 1, 1, 1}}) {
+                         Row{"resolvePathFcn", 1, 1, -1},
+                         Row{"resolvePathFcnWithAttributes", 1, 1, -1}, Row{"pathFcn", 1, 1, 3},
+                         Row{"relativepath", 1, 2, 2}, Row{"pathNameLengthValidation", 1, 1, 1}}) {
         SCOPED_TRACE(r.name);
         const qfs::GatewayInfo* g = qfs::findGateway(r.name);
         ASSERT_NE(g, nullptr);
@@ -75,7 +75,7 @@ TEST(GatewayTableTest, CountRulesAsTheHostChecksThem) {
         EXPECT_NE(std::string(g->usage).find(r.name), std::string::npos);
         EXPECT_FALSE(std::string(g->details).empty());
     }
-    EXPECT_EQ(qfs::findGateway("pathfcn"), nullptr);  // names are case-sensitive
+    EXPECT_EQ(qfs::findGateway("pathfcn"), nullptr);                    // names are case-sensitive
     EXPECT_EQ(qfs::findGateway("getPathConstituentsCaller"), nullptr);  // a helper, not a gateway
 }
 

@@ -1,15 +1,16 @@
 // The --json encoding of every class: exact lines, so a change of key order, a number
 // written as text or a lost missing element shows.
-#include <cstring>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "fl/i18n/unicode.hpp"
 #include "qfs/Json.hpp"
 #include "qfs/Parser.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
 
 namespace {
 
@@ -17,7 +18,9 @@ using namespace zkfs::test;
 using qfs::jsonLine;
 using qfs::toJson;
 
-std::string line(const std::string& value) { return jsonLine(toJson(qfs::parseValue(value).get())); }
+std::string line(const std::string& value) {
+    return jsonLine(toJson(qfs::parseValue(value).get()));
+}
 
 class JsonTest : public LiveArrayTest {};
 
@@ -32,7 +35,8 @@ TEST_F(JsonTest, OtherNumericClassesAreIntegers) {
     auto a = numericArray(vqINT32_CLASS, {1, 2});
     const std::int32_t v[2] = {-7, 2147483647};
     std::memcpy(vqGetData(a.get()), v, sizeof v);
-    EXPECT_EQ(jsonLine(toJson(a.get())), R"({"class":"int32","size":[1,2],"value":[-7,2147483647]})");
+    EXPECT_EQ(jsonLine(toJson(a.get())),
+              R"({"class":"int32","size":[1,2],"value":[-7,2147483647]})");
 
     auto u = numericArray(vqUINT64_CLASS, {1, 1});
     const std::uint64_t big = 18446744073709551615ULL;
@@ -59,10 +63,11 @@ TEST_F(JsonTest, StringsWithNullForMissing) {
 
 TEST_F(JsonTest, CellsNestValuesAndWriteEmptySlotsAsNull) {
     EXPECT_EQ(line("cell(1, 2)"), R"({"class":"cell","size":[1,2],"value":[null,null]})");
-    EXPECT_EQ(line("{1; {'x'}}"),
-              R"({"class":"cell","size":[2,1],"value":[)"
-              R"({"class":"double","size":[1,1],"value":[1.0]},)"
-              R"({"class":"cell","size":[1,1],"value":[{"class":"char","size":[1,1],"value":"x"}]}]})");
+    EXPECT_EQ(
+        line("{1; {'x'}}"),
+        R"({"class":"cell","size":[2,1],"value":[)"
+        R"({"class":"double","size":[1,1],"value":[1.0]},)"
+        R"({"class":"cell","size":[1,1],"value":[{"class":"char","size":[1,1],"value":"x"}]}]})");
 }
 
 TEST_F(JsonTest, StructArraysListFieldsThenOneObjectPerElement) {
@@ -85,7 +90,8 @@ TEST_F(JsonTest, StructArraysListFieldsThenOneObjectPerElement) {
 TEST_F(JsonTest, ThreeDimensionalSizes) {
     EXPECT_EQ(line("reshape([true false true false], 1, 2, 2)"),
               R"({"class":"logical","size":[1,2,2],"value":[true,false,true,false]})");
-    EXPECT_EQ(line("zeros(2, 2, 1)"), R"({"class":"double","size":[2,2],"value":[0.0,0.0,0.0,0.0]})");
+    EXPECT_EQ(line("zeros(2, 2, 1)"),
+              R"({"class":"double","size":[2,2],"value":[0.0,0.0,0.0,0.0]})");
 }
 
 TEST_F(JsonTest, NullValueIsNull) { EXPECT_EQ(jsonLine(toJson(nullptr)), "null"); }
@@ -93,10 +99,14 @@ TEST_F(JsonTest, NullValueIsNull) { EXPECT_EQ(jsonLine(toJson(nullptr)), "null")
 TEST_F(JsonTest, TextThatIsNotUtf8IsReplacedNotThrown) {
     // A file name byte that is not UTF-8 travels as an escaped code unit; JSON cannot carry
     // it, so it becomes U+FFFD and the rest of the line survives.
-    auto s = stringScalar(fl::i18n::to_ustring("a\xff" "b"));
+    auto s =
+        stringScalar(fl::i18n::to_ustring("a\xff"
+                                          "b"));
     std::string out;
     ASSERT_NO_THROW(out = jsonLine(toJson(s.get())));
-    EXPECT_EQ(out, "{\"class\":\"string\",\"size\":[1,1],\"value\":[\"a\xef\xbf\xbd" "b\"]}");
+    EXPECT_EQ(out,
+              "{\"class\":\"string\",\"size\":[1,1],\"value\":[\"a\xef\xbf\xbd"
+              "b\"]}");
     auto lone = charRow(fl::ustring{u'x', char16_t{0xD800}});  // unpaired high surrogate
     ASSERT_NO_THROW(out = jsonLine(toJson(lone.get())));
     EXPECT_EQ(out, "{\"class\":\"char\",\"size\":[1,2],\"value\":\"x\xef\xbf\xbd\"}");

@@ -1,16 +1,17 @@
 // The statement and value reader: every literal, nesting, the concatenation rules and
 // the columns of parse errors.
-#include <cmath>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "Hexfarrow/String/String.hpp"
-#include "foundation/core/except/Exception.hpp"
 #include "qfs/Identifiers.hpp"
 #include "qfs/Parser.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "foundation/core/except/Exception.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
 
 namespace {
 
@@ -81,9 +82,9 @@ TEST_F(ParserTest, NumbersNaNAndInf) {
         const char* text;
         double value;
     };
-    for (const Row& r : {Row{"1", 1}, Row{"-2.5e3", -2500}, Row{".5", 0.5}, Row{"+3", 3},
-                         Row{"1E-3", 0.001}, Row{"Inf", INFINITY}, Row{"-Inf", -INFINITY},
-                         Row{"007", 7}, Row{"1e999", INFINITY}}) {
+    for (const Row& r :
+         {Row{"1", 1}, Row{"-2.5e3", -2500}, Row{".5", 0.5}, Row{"+3", 3}, Row{"1E-3", 0.001},
+          Row{"Inf", INFINITY}, Row{"-Inf", -INFINITY}, Row{"007", 7}, Row{"1e999", INFINITY}}) {
         SCOPED_TRACE(r.text);
         auto a = parseValue(r.text);
         ASSERT_TRUE(vqIsDouble(a.get()));
@@ -140,8 +141,7 @@ TEST_F(ParserTest, BracketsConcatenateLogicalsStringsAndCharRows) {
     auto s = parseValue("[\"a\" missing; \"\" \"d\"]");
     ASSERT_TRUE(Hexfarrow::String::isString(s.get()));
     EXPECT_EQ(dimsOf(s.get()), (Dims{2, 2}));
-    EXPECT_EQ(stringsOf(s.get()),
-              (std::vector<StringElement>{u"a", u"", std::nullopt, u"d"}));
+    EXPECT_EQ(stringsOf(s.get()), (std::vector<StringElement>{u"a", u"", std::nullopt, u"d"}));
 
     auto side = parseValue("['ab' 'cd']");
     EXPECT_EQ(dimsOf(side.get()), (Dims{1, 4}));
@@ -226,8 +226,7 @@ TEST_F(ParserTest, ReshapeLogicalAndRepmat) {
 
     auto sr = parseValue("reshape([\"a\" missing \"c\" \"d\"], 2, 1, 2)");
     EXPECT_EQ(dimsOf(sr.get()), (Dims{2, 1, 2}));
-    EXPECT_EQ(stringsOf(sr.get()),
-              (std::vector<StringElement>{u"a", std::nullopt, u"c", u"d"}));
+    EXPECT_EQ(stringsOf(sr.get()), (std::vector<StringElement>{u"a", std::nullopt, u"c", u"d"}));
 
     auto l = parseValue("logical([1 0 -2 Inf])");
     ASSERT_TRUE(vqIsLogical(l.get()));
@@ -256,44 +255,44 @@ TEST_F(ParserTest, ErrorsNameTheColumnWhereTheProblemStarts) {
         long long column;
     };
     for (const Row& r : {
-             Row{"[1 'a']", 4},                              // unlike classes
-             Row{"[true 1]", 7},                             // logical with double
-             Row{"[\"a\" 'b']", 6},                          // string with char
-             Row{"['ab'; 'c']", 8},                          // char rows of unequal length
-             Row{"[[1 2]; [1 2 3]]", 9},                     // column counts differ
-             Row{"[[1; 2] 3]", 9},                           // row counts differ
-             Row{"[struct('a', 1) struct('b', 1)]", 17},     // different fields
-             Row{"[reshape(zeros(1, 8), 2, 2, 2) 1]", 2},    // three dimensions
-             Row{"'abc", 1},                                 // unterminated char
-             Row{"\"abc", 1},                                // unterminated string
-             Row{"{1, 2; 3}", 8},                            // ragged cell rows
-             Row{"[1 2", 1},                                 // unclosed bracket
-             Row{"{1", 1},                                   // unclosed brace
-             Row{"[1, , 2]", 5},                             // empty element
-             Row{"[1 - 2]", 4},                              // no arithmetic
-             Row{"1abc", 2},                                 // letters after a number
-             Row{"1.2.3", 4},                                // two points
-             Row{"1e", 1},                                   // exponent without digits
-             Row{"x", 1},                                    // no variables
-             Row{"sqrt(2)", 1},                              // unknown value function
-             Row{"zeros", 6},                                // constructor without '('
-             Row{"zeros()", 1},                              // no size
-             Row{"zeros(-1)", 7},                            // negative size
-             Row{"zeros(1.5)", 7},                           // fractional size
-             Row{"zeros('a')", 7},                           // text size
-             Row{"struct('a')", 1},                          // unpaired field
-             Row{"struct(1, 2)", 8},                         // field name not text
-             Row{"struct('1a', 2)", 8},                      // not a valid field name
-             Row{"struct('a', 1, 'a', 2)", 16},              // duplicate field
-             Row{"reshape([1 2 3], 2, 2)", 1},               // count changes
-             Row{"reshape([1 2], 2)", 1},                    // one size only
-             Row{"logical(NaN)", 1},                         // NaN has no truth value
-             Row{"logical('a')", 1},                         // text has none either
-             Row{"repmat(1)", 1},                            // no count
-             Row{"1 2", 3},                                  // two values
-             Row{"", 1},                                     // nothing
-             Row{"\xc3\xa9", 1},                             // not a value
-             Row{"'\xc3\xa9\xc3\xa9' x", 6},                 // columns count characters
+             Row{"[1 'a']", 4},                            // unlike classes
+             Row{"[true 1]", 7},                           // logical with double
+             Row{"[\"a\" 'b']", 6},                        // string with char
+             Row{"['ab'; 'c']", 8},                        // char rows of unequal length
+             Row{"[[1 2]; [1 2 3]]", 9},                   // column counts differ
+             Row{"[[1; 2] 3]", 9},                         // row counts differ
+             Row{"[struct('a', 1) struct('b', 1)]", 17},   // different fields
+             Row{"[reshape(zeros(1, 8), 2, 2, 2) 1]", 2},  // three dimensions
+             Row{"'abc", 1},                               // unterminated char
+             Row{"\"abc", 1},                              // unterminated string
+             Row{"{1, 2; 3}", 8},                          // ragged cell rows
+             Row{"[1 2", 1},                               // unclosed bracket
+             Row{"{1", 1},                                 // unclosed brace
+             Row{"[1, , 2]", 5},                           // empty element
+             Row{"[1 - 2]", 4},                            // no arithmetic
+             Row{"1abc", 2},                               // letters after a number
+             Row{"1.2.3", 4},                              // two points
+             Row{"1e", 1},                                 // exponent without digits
+             Row{"x", 1},                                  // no variables
+             Row{"sqrt(2)", 1},                            // unknown value function
+             Row{"zeros", 6},                              // constructor without '('
+             Row{"zeros()", 1},                            // no size
+             Row{"zeros(-1)", 7},                          // negative size
+             Row{"zeros(1.5)", 7},                         // fractional size
+             Row{"zeros('a')", 7},                         // text size
+             Row{"struct('a')", 1},                        // unpaired field
+             Row{"struct(1, 2)", 8},                       // field name not text
+             Row{"struct('1a', 2)", 8},                    // not a valid field name
+             Row{"struct('a', 1, 'a', 2)", 16},            // duplicate field
+             Row{"reshape([1 2 3], 2, 2)", 1},             // count changes
+             Row{"reshape([1 2], 2)", 1},                  // one size only
+             Row{"logical(NaN)", 1},                       // NaN has no truth value
+             Row{"logical('a')", 1},                       // text has none either
+             Row{"repmat(1)", 1},                          // no count
+             Row{"1 2", 3},                                // two values
+             Row{"", 1},                                   // nothing
+             Row{"\xc3\xa9", 1},                           // not a value
+             Row{"'\xc3\xa9\xc3\xa9' x", 6},               // columns count characters
          }) {
         SCOPED_TRACE(r.text);
         EXPECT_EQ(errorColumn(r.text), r.column);

@@ -1,5 +1,10 @@
 #include "qfs/Display.hpp"
 
+#include "qfs/Values.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "fl/i18n/unicode.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -7,10 +12,6 @@
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include "Hexfarrow/String/String.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "qfs/Values.hpp"
 
 namespace qfs {
 
@@ -42,7 +43,8 @@ T load(const vqArray* a, std::size_t k) {
 
 std::string numericElement(const vqArray* a, std::size_t k) {
     switch (vqGetClassID(a)) {
-        case vqDOUBLE_CLASS: return formatNumber(vqGetPr(a)[k]);
+        case vqDOUBLE_CLASS:
+            return formatNumber(vqGetPr(a)[k]);
         case vqSINGLE_CLASS: {
             const float f = load<float>(a, k);
             if (std::isnan(f) || std::isinf(f) || f == std::floor(f)) {
@@ -52,16 +54,26 @@ std::string numericElement(const vqArray* a, std::size_t k) {
             const auto r = std::to_chars(buf, buf + sizeof buf, f);
             return std::string(buf, r.ptr);
         }
-        case vqLOGICAL_CLASS: return vqGetLogicals(a)[k] ? "1" : "0";
-        case vqINT8_CLASS: return std::to_string(load<std::int8_t>(a, k));
-        case vqUINT8_CLASS: return std::to_string(load<std::uint8_t>(a, k));
-        case vqINT16_CLASS: return std::to_string(load<std::int16_t>(a, k));
-        case vqUINT16_CLASS: return std::to_string(load<std::uint16_t>(a, k));
-        case vqINT32_CLASS: return std::to_string(load<std::int32_t>(a, k));
-        case vqUINT32_CLASS: return std::to_string(load<std::uint32_t>(a, k));
-        case vqINT64_CLASS: return std::to_string(load<std::int64_t>(a, k));
-        case vqUINT64_CLASS: return std::to_string(load<std::uint64_t>(a, k));
-        default: return "?";
+        case vqLOGICAL_CLASS:
+            return vqGetLogicals(a)[k] ? "1" : "0";
+        case vqINT8_CLASS:
+            return std::to_string(load<std::int8_t>(a, k));
+        case vqUINT8_CLASS:
+            return std::to_string(load<std::uint8_t>(a, k));
+        case vqINT16_CLASS:
+            return std::to_string(load<std::int16_t>(a, k));
+        case vqUINT16_CLASS:
+            return std::to_string(load<std::uint16_t>(a, k));
+        case vqINT32_CLASS:
+            return std::to_string(load<std::int32_t>(a, k));
+        case vqUINT32_CLASS:
+            return std::to_string(load<std::uint32_t>(a, k));
+        case vqINT64_CLASS:
+            return std::to_string(load<std::int64_t>(a, k));
+        case vqUINT64_CLASS:
+            return std::to_string(load<std::uint64_t>(a, k));
+        default:
+            return "?";
     }
 }
 
@@ -74,9 +86,13 @@ std::string stringElement(const vqArray* a, std::size_t k) {
 std::string sizeAndClass(const vqArray* a) { return formatDims(a) + " " + vqGetClassName(a); }
 
 bool isTwoDims(const vqArray* a) { return vqGetNumberOfDimensions(a) == 2; }
-bool isCharRow(const vqArray* a) { return Hexfarrow::String::isCharRowOrEmpty(a) && vqGetM(a) == 1; }
+bool isCharRow(const vqArray* a) {
+    return Hexfarrow::String::isCharRowOrEmpty(a) && vqGetM(a) == 1;
+}
 
-std::string charRow(const vqArray* a) { return "'" + utf8(vqGetChars(a), vqGetNumberOfElements(a)) + "'"; }
+std::string charRow(const vqArray* a) {
+    return "'" + utf8(vqGetChars(a), vqGetNumberOfElements(a)) + "'";
+}
 
 bool isNumberLike(const vqArray* a) { return vqIsNumeric(a) || vqIsLogical(a); }
 
@@ -84,7 +100,8 @@ bool isNumberLike(const vqArray* a) { return vqIsNumeric(a) || vqIsLogical(a); }
 std::string cellElement(const vqArray* e) {
     if (e == nullptr) return "{0\u00d70 double}";
     if (isCharRow(e)) return "{" + charRow(e) + "}";
-    if (vqIsScalar(e) && vqGetClassID(e) == vqSTRING_CLASS) return "{[" + stringElement(e, 0) + "]}";
+    if (vqIsScalar(e) && vqGetClassID(e) == vqSTRING_CLASS)
+        return "{[" + stringElement(e, 0) + "]}";
     if (vqIsScalar(e) && isNumberLike(e)) return "{[" + numericElement(e, 0) + "]}";
     return "{" + sizeAndClass(e) + "}";
 }
@@ -93,10 +110,12 @@ std::string cellElement(const vqArray* e) {
 std::string fieldValue(const vqArray* e) {
     if (e == nullptr) return "[]";
     if (isCharRow(e)) return charRow(e);
-    if (vqIsChar(e) && vqIsEmpty(e) && isTwoDims(e) && vqGetM(e) == 0 && vqGetN(e) == 0) return "''";
+    if (vqIsChar(e) && vqIsEmpty(e) && isTwoDims(e) && vqGetM(e) == 0 && vqGetN(e) == 0)
+        return "''";
     if (vqIsScalar(e) && vqGetClassID(e) == vqSTRING_CLASS) return stringElement(e, 0);
     if (vqIsScalar(e) && isNumberLike(e)) return numericElement(e, 0);
-    if (vqIsDouble(e) && vqIsEmpty(e) && isTwoDims(e) && vqGetM(e) == 0 && vqGetN(e) == 0) return "[]";
+    if (vqIsDouble(e) && vqIsEmpty(e) && isTwoDims(e) && vqGetM(e) == 0 && vqGetN(e) == 0)
+        return "[]";
     if (vqIsCell(e)) return "{" + sizeAndClass(e) + "}";
     return "[" + sizeAndClass(e) + "]";
 }
@@ -113,18 +132,36 @@ std::string pageLabel(const vqArray* a, std::size_t page) {
     return label + ")";
 }
 
-// Rows of one page: cells right-aligned for numbers, left-aligned for text.
+// Characters a terminal shows for UTF-8 text (continuation bytes take no column).
+std::size_t displayWidth(const std::string& text) {
+    std::size_t n = 0;
+    for (const char c : text) {
+        if ((static_cast<unsigned char>(c) & 0xC0U) != 0x80U) ++n;
+    }
+    return n;
+}
+
+// Rows of one page. Numbers share one width and are right-aligned, as in a matrix; text
+// and cells are left-aligned in columns as wide as their widest element.
 void grid(std::string& out, const std::vector<std::string>& cells, vqSize rows, vqSize cols,
-          bool rightAlign) {
-    std::size_t width = 0;
-    for (const auto& c : cells) width = std::max(width, c.size());
+          bool numbers) {
+    std::vector<std::size_t> widths(cols, 0);
+    for (vqSize c = 0; c < cols; ++c) {
+        for (vqSize r = 0; r < rows; ++r) {
+            widths[c] = std::max(widths[c], displayWidth(cells[c * rows + r]));
+        }
+    }
+    if (numbers) {
+        const std::size_t widest = *std::max_element(widths.begin(), widths.end());
+        std::fill(widths.begin(), widths.end(), widest);
+    }
     for (vqSize r = 0; r < rows; ++r) {
         std::string line = kIndent;
         for (vqSize c = 0; c < cols; ++c) {
             const std::string& cell = cells[c * rows + r];
             if (c > 0) line += "   ";
-            const std::string pad(width - cell.size(), ' ');
-            line += rightAlign ? pad + cell : cell + pad;
+            const std::string pad(widths[c] - displayWidth(cell), ' ');
+            line += numbers ? pad + cell : cell + pad;
         }
         while (!line.empty() && line.back() == ' ') line.pop_back();
         out += line + "\n";
@@ -176,7 +213,8 @@ void arrayValue(std::string& out, const vqArray* a) {
     }
     if (count == 1 && cls != vqCELL_CLASS) {
         if (cls == vqLOGICAL_CLASS) out += "  logical\n";
-        out += kIndent + (cls == vqSTRING_CLASS ? stringElement(a, 0) : numericElement(a, 0)) + "\n";
+        out +=
+            kIndent + (cls == vqSTRING_CLASS ? stringElement(a, 0) : numericElement(a, 0)) + "\n";
         return;
     }
     out += "  " + sizeAndClass(a) + " array\n";

@@ -1,12 +1,12 @@
 #include "qfs/Json.hpp"
 
+#include "Hexfarrow/String/String.hpp"
+#include "fl/i18n/unicode.hpp"
+
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <variant>
-
-#include "Hexfarrow/String/String.hpp"
-#include "fl/i18n/unicode.hpp"
 
 namespace qfs {
 namespace {
@@ -26,24 +26,37 @@ Json number(double v) {
 
 Json element(const vqArray* a, std::size_t k) {
     switch (vqGetClassID(a)) {
-        case vqDOUBLE_CLASS: return number(vqGetPr(a)[k]);
-        case vqSINGLE_CLASS: return number(static_cast<double>(load<float>(a, k)));
-        case vqLOGICAL_CLASS: return static_cast<bool>(vqGetLogicals(a)[k]);
-        case vqINT8_CLASS: return load<std::int8_t>(a, k);
-        case vqUINT8_CLASS: return load<std::uint8_t>(a, k);
-        case vqINT16_CLASS: return load<std::int16_t>(a, k);
-        case vqUINT16_CLASS: return load<std::uint16_t>(a, k);
-        case vqINT32_CLASS: return load<std::int32_t>(a, k);
-        case vqUINT32_CLASS: return load<std::uint32_t>(a, k);
-        case vqINT64_CLASS: return load<std::int64_t>(a, k);
-        case vqUINT64_CLASS: return load<std::uint64_t>(a, k);
+        case vqDOUBLE_CLASS:
+            return number(vqGetPr(a)[k]);
+        case vqSINGLE_CLASS:
+            return number(static_cast<double>(load<float>(a, k)));
+        case vqLOGICAL_CLASS:
+            return static_cast<bool>(vqGetLogicals(a)[k]);
+        case vqINT8_CLASS:
+            return load<std::int8_t>(a, k);
+        case vqUINT8_CLASS:
+            return load<std::uint8_t>(a, k);
+        case vqINT16_CLASS:
+            return load<std::int16_t>(a, k);
+        case vqUINT16_CLASS:
+            return load<std::uint16_t>(a, k);
+        case vqINT32_CLASS:
+            return load<std::int32_t>(a, k);
+        case vqUINT32_CLASS:
+            return load<std::uint32_t>(a, k);
+        case vqINT64_CLASS:
+            return load<std::int64_t>(a, k);
+        case vqUINT64_CLASS:
+            return load<std::uint64_t>(a, k);
         case vqSTRING_CLASS: {
             const auto* rec = Hexfarrow::String::getString(a).get(k);
             if (rec == nullptr) return nullptr;
             return fl::i18n::to_utf8(fl::ustring_view(rec->text, rec->length));
         }
-        case vqCELL_CLASS: return toJson(vqGetCell(a, k));
-        default: return nullptr;
+        case vqCELL_CLASS:
+            return toJson(vqGetCell(a, k));
+        default:
+            return nullptr;
     }
 }
 

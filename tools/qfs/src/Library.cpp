@@ -1,11 +1,12 @@
 #include "qfs/Library.hpp"
 
-#include <filesystem>
-#include <system_error>
-
-#include "foundation/core/except/Exception.hpp"
 #include "qfs/Identifiers.hpp"
 #include "quorin/gateway/Gateway.hpp"
+
+#include "foundation/core/except/Exception.hpp"
+
+#include <filesystem>
+#include <system_error>
 
 #include <dlfcn.h>
 
@@ -60,7 +61,8 @@ std::string Library::defaultPath() {
     const char* name = "libzkfilesystemquorin.so";
     std::error_code ec;
     const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-    const std::filesystem::path base = ec ? std::filesystem::path(".") : exe.parent_path().parent_path();
+    const std::filesystem::path base =
+        ec ? std::filesystem::path(".") : exe.parent_path().parent_path();
     const std::filesystem::path beside = base / "lib" / name;
     if (std::filesystem::exists(beside, ec)) return beside.string();
     const std::filesystem::path installed = base / QFS_INSTALL_LIBDIR / name;
@@ -68,12 +70,15 @@ std::string Library::defaultPath() {
     return beside.string();
 }
 
-bool Library::has(const GatewayInfo& gateway) const { return entries_.at(indexOf(gateway)) != nullptr; }
+bool Library::has(const GatewayInfo& gateway) const {
+    return entries_.at(indexOf(gateway)) != nullptr;
+}
 
 void Library::call(const GatewayInfo& gateway, int outCount, unique_vqarray_ptr* outputs,
                    int argCount, const vqArray** args) const {
     void* entry = entries_.at(indexOf(gateway));
-    if (entry == nullptr) foundation::core::except::throwMsgID(QUORIN::qfs::NotAvailable(gateway.name));
+    if (entry == nullptr)
+        foundation::core::except::throwMsgID(QUORIN::qfs::NotAvailable(gateway.name));
     if (gateway.mutableArgsPointer) {
         asFunction<MutableArgsGateway>(entry)(outCount, outputs, argCount, args);
     } else {

@@ -1,16 +1,17 @@
 #include "qfs/Parser.hpp"
 
+#include "qfs/Identifiers.hpp"
+#include "qfs/Values.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "fl/i18n/unicode.hpp"
+
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
-
-#include "Hexfarrow/String/String.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "qfs/Identifiers.hpp"
-#include "qfs/Values.hpp"
 
 namespace qfs {
 
@@ -30,9 +31,7 @@ std::size_t columnOf(std::string_view line, std::size_t byteOffset) {
 
 namespace {
 
-bool isIdentStart(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-}
+bool isIdentStart(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
 bool isIdentChar(char c) { return isIdentStart(c) || (c >= '0' && c <= '9'); }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -134,10 +133,16 @@ Parsed Parser::number() {
     } else {
         const std::size_t digits = pos_;
         bool any = false;
-        while (isDigit(peek())) { ++pos_; any = true; }
+        while (isDigit(peek())) {
+            ++pos_;
+            any = true;
+        }
         if (peek() == '.') {
             ++pos_;
-            while (isDigit(peek())) { ++pos_; any = true; }
+            while (isDigit(peek())) {
+                ++pos_;
+                any = true;
+            }
         }
         if (!any) fail(start, "expected a number");
         if (peek() == 'e' || peek() == 'E') {
@@ -184,8 +189,10 @@ Parsed Parser::named() {
     const std::size_t start = pos_;
     const std::string word = identifier();
     if (word == "missing") return {Hexfarrow::String::createMissingString(), start};
-    if (word == "NaN") return {vqCreateDoubleScalar(std::numeric_limits<double>::quiet_NaN()), start};
-    if (word == "Inf") return {vqCreateDoubleScalar(std::numeric_limits<double>::infinity()), start};
+    if (word == "NaN")
+        return {vqCreateDoubleScalar(std::numeric_limits<double>::quiet_NaN()), start};
+    if (word == "Inf")
+        return {vqCreateDoubleScalar(std::numeric_limits<double>::infinity()), start};
     if (word == "true") return {vqCreateLogicalScalar(true), start};
     if (word == "false" && peek() != '(') return {vqCreateLogicalScalar(false), start};
 
@@ -221,12 +228,14 @@ Parsed Parser::named() {
                     Hexfarrow::String::isMissingScalarString(n)) {
                     fail(args[i].start, "expected a field name as text");
                 }
-                const fl::ustring u = Hexfarrow::String::isString(n)
-                                          ? fl::ustring(Hexfarrow::String::getString(n).get(0)->text,
-                                                        Hexfarrow::String::getString(n).get(0)->length)
-                                          : fl::ustring(vqGetChars(n), vqGetNumberOfElements(n));
+                const fl::ustring u =
+                    Hexfarrow::String::isString(n)
+                        ? fl::ustring(Hexfarrow::String::getString(n).get(0)->text,
+                                      Hexfarrow::String::getString(n).get(0)->length)
+                        : fl::ustring(vqGetChars(n), vqGetNumberOfElements(n));
                 std::string name = fl::i18n::to_utf8(u);
-                if (!isFieldName(name)) fail(args[i].start, "'" + name + "' is not a valid field name");
+                if (!isFieldName(name))
+                    fail(args[i].start, "'" + name + "' is not a valid field name");
                 for (const auto& f : fields) {
                     if (f == name) fail(args[i].start, "duplicate field name '" + name + "'");
                 }
@@ -313,7 +322,9 @@ Parsed Parser::bracketed(char open) {
         if (rows.empty()) return {vqCreateCellArray({0, 0}), start};
         const std::size_t cols = rows.front().size();
         for (const auto& r : rows) {
-            if (r.size() != cols) fail(r.front().start, "every row of a cell array needs the same number of elements");
+            if (r.size() != cols)
+                fail(r.front().start,
+                     "every row of a cell array needs the same number of elements");
         }
         auto cell = vqCreateCellArray({rows.size(), cols});
         for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -416,7 +427,10 @@ Statement Parser::statement() {
     if (st.name == "help" && st.outputs.empty()) {
         st.kind = Statement::Kind::Help;
         skipBlanks();
-        if (isIdentStart(peek())) st.name = identifier(); else st.name.clear();
+        if (isIdentStart(peek()))
+            st.name = identifier();
+        else
+            st.name.clear();
     } else {
         st.kind = Statement::Kind::Call;
         skipBlanks();

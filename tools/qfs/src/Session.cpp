@@ -1,16 +1,17 @@
 #include "qfs/Session.hpp"
 
-#include <algorithm>
-#include <ostream>
-#include <variant>
-
-#include "fl/i18n/unicode.hpp"
-#include "foundation/core/except/Exception.hpp"
 #include "qfs/Display.hpp"
 #include "qfs/Gateways.hpp"
 #include "qfs/Identifiers.hpp"
 #include "qfs/Json.hpp"
 #include "qfs/Parser.hpp"
+
+#include "fl/i18n/unicode.hpp"
+#include "foundation/core/except/Exception.hpp"
+
+#include <algorithm>
+#include <ostream>
+#include <variant>
 
 namespace qfs {
 namespace {
@@ -35,7 +36,8 @@ std::string caretLines(std::string_view line, std::size_t column) {
 
 std::string countsText(const GatewayInfo& g) {
     if (g.maxOut < 0) return "no argument-count rules";
-    std::string text = "at most " + std::to_string(g.maxOut) + " output" + (g.maxOut == 1 ? "" : "s");
+    std::string text =
+        "at most " + std::to_string(g.maxOut) + " output" + (g.maxOut == 1 ? "" : "s");
     text += ", ";
     if (g.maxIn < 0) {
         text += std::to_string(g.minIn) + " or more inputs";
@@ -94,7 +96,8 @@ void Session::report(const std::string& where, const ErrorReport& error, std::st
     err_ << "Error using " << where << "\n" << error.message << "\n";
     if (error.identifier == "QUORIN:qfs:ParseError" && !error.arguments.empty() &&
         std::holds_alternative<std::int64_t>(error.arguments.front())) {
-        err_ << caretLines(line, static_cast<std::size_t>(std::get<std::int64_t>(error.arguments.front())));
+        err_ << caretLines(
+            line, static_cast<std::size_t>(std::get<std::int64_t>(error.arguments.front())));
     }
     if (!error.identifier.empty()) err_ << "(" << error.identifier << ")\n";
     err_.flush();

@@ -1,12 +1,12 @@
 #include "qfs/Values.hpp"
 
+#include "Hexfarrow/String/String.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
 #include <string>
-
-#include "Hexfarrow/String/String.hpp"
 
 namespace qfs {
 namespace {
@@ -80,11 +80,16 @@ std::string formatDims(const vqArray* a) {
 
 unique_vqarray_ptr createLike(const vqArray* a, const std::vector<vqSize>& dims) {
     switch (vqGetClassID(a)) {
-        case vqCELL_CLASS: return vqCreateCellArray(dims);
-        case vqSTRUCT_CLASS: return vqCreateStructArray(dims, fieldNames(a));
-        case vqCHAR_CLASS: return vqCreateCharArray(dims);
-        case vqSTRING_CLASS: return Hexfarrow::String::createStringArray(dims.size(), dims.data());
-        default: return vqCreateNumericArray(dims, vqGetClassID(a));
+        case vqCELL_CLASS:
+            return vqCreateCellArray(dims);
+        case vqSTRUCT_CLASS:
+            return vqCreateStructArray(dims, fieldNames(a));
+        case vqCHAR_CLASS:
+            return vqCreateCharArray(dims);
+        case vqSTRING_CLASS:
+            return Hexfarrow::String::createStringArray(dims.size(), dims.data());
+        default:
+            return vqCreateNumericArray(dims, vqGetClassID(a));
     }
 }
 
@@ -156,10 +161,10 @@ unique_vqarray_ptr concatVertical(const std::vector<const vqArray*>& pieces,
     for (const std::size_t i : kept) {
         if (vqGetN(pieces[i]) != cols) {
             failedPiece = i;
-            throw std::invalid_argument(
-                vqIsChar(pieces[i])
-                    ? "char rows being stacked must have the same length"
-                    : "dimensions of arrays being concatenated are not consistent (column counts differ)");
+            throw std::invalid_argument(vqIsChar(pieces[i])
+                                            ? "char rows being stacked must have the same length"
+                                            : "dimensions of arrays being concatenated are not "
+                                              "consistent (column counts differ)");
         }
         rows += vqGetM(pieces[i]);
     }
@@ -239,7 +244,8 @@ unique_vqarray_ptr toLogical(const vqArray* x) {
                 std::memcpy(&f, bytes, sizeof f);
                 v = static_cast<double>(f);
             } else {
-                v = std::any_of(bytes, bytes + size, [](unsigned char b) { return b != 0; }) ? 1 : 0;
+                v = std::any_of(bytes, bytes + size, [](unsigned char b) { return b != 0; }) ? 1
+                                                                                             : 0;
             }
         }
         if (std::isnan(v)) throw std::invalid_argument("NaN cannot be converted to logical");

@@ -1,4 +1,14 @@
 // qfs: calls the filesystem built-ins from a shell, a script or an interactive prompt.
+#include "qfs/DebugLog.hpp"
+#include "qfs/Json.hpp"
+#include "qfs/Library.hpp"
+#include "qfs/Session.hpp"
+
+#include "fl/i18n/ZkLocale.hpp"
+
+#include <readline/history.h>
+#include <readline/readline.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -7,14 +17,6 @@
 #include <string>
 #include <string_view>
 
-#include "fl/i18n/ZkLocale.hpp"
-#include "qfs/DebugLog.hpp"
-#include "qfs/Json.hpp"
-#include "qfs/Library.hpp"
-#include "qfs/Session.hpp"
-
-#include <readline/history.h>
-#include <readline/readline.h>
 #include <unistd.h>
 
 namespace {
@@ -54,7 +56,8 @@ struct Options {
 };
 
 int usageError(const std::string& why) {
-    std::cerr << "qfs: " << why << "\n" << "Try 'qfs --help'.\n";
+    std::cerr << "qfs: " << why << "\n"
+              << "Try 'qfs --help'.\n";
     return 2;
 }
 
@@ -70,7 +73,8 @@ int runLines(qfs::Session& session, std::istream& in) {
 
 int runInteractive(qfs::Session& session) {
     std::string history;
-    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {  // NOLINT(concurrency-mt-unsafe)
+    if (const char* home = std::getenv("HOME");
+        home != nullptr && *home != '\0') {  // NOLINT(concurrency-mt-unsafe)
         history = std::string(home) + "/.qfs_history";
         read_history(history.c_str());
     }
@@ -101,7 +105,8 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view a = argv[i];
         auto value = [&](std::string_view name) -> std::optional<std::string> {
-            if (a.size() > name.size() && a.substr(0, name.size()) == name && a[name.size()] == '=') {
+            if (a.size() > name.size() && a.substr(0, name.size()) == name &&
+                a[name.size()] == '=') {
                 return std::string(a.substr(name.size() + 1));
             }
             if (a != name) return std::nullopt;
@@ -135,10 +140,12 @@ int main(int argc, char** argv) {
             }
             continue;
         }
-        if (opt.statement) return usageError("give one statement (use -f or standard input for more)");
+        if (opt.statement)
+            return usageError("give one statement (use -f or standard input for more)");
         opt.statement = std::string(a);
     }
-    if (opt.statement && opt.file) return usageError("give either a statement or -f FILE, not both");
+    if (opt.statement && opt.file)
+        return usageError("give either a statement or -f FILE, not both");
 
     fl::i18n::ZkLocale::global(opt.locale ? fl::i18n::ZkLocale(*opt.locale)
                                           : fl::i18n::ZkLocale::fromEnvironment());
@@ -158,7 +165,8 @@ int main(int argc, char** argv) {
     } catch (...) {
         const qfs::ErrorReport r = qfs::describeError(std::current_exception());
         if (opt.json) {
-            std::cout << qfs::jsonLine(qfs::errorJson(r.identifier, r.message, r.arguments)) << "\n";
+            std::cout << qfs::jsonLine(qfs::errorJson(r.identifier, r.message, r.arguments))
+                      << "\n";
         } else {
             std::cerr << "Error using qfs\n" << r.message << "\n(" << r.identifier << ")\n";
         }

@@ -13,10 +13,10 @@
 // A struct shows "struct with fields:" and its fields, aligned; a struct array its size
 // and field names, then each element as NAME(k). A null value is "(not assigned)".
 // Text is written as UTF-8.
+#include "vq/vqArray.hpp"
+
 #include <string>
 #include <string_view>
-
-#include "vq/vqArray.hpp"
 
 namespace qfs {
 

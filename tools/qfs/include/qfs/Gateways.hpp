@@ -15,11 +15,11 @@ struct GatewayInfo {
     // relativepath takes `const vqArray**` where every other gateway takes
     // `const vqArray* const*`; the call must use the declared type.
     bool mutableArgsPointer;
-    int maxOut;  // -1: no test
-    int minIn;   // -1: no test
-    int maxIn;   // -1: no limit / no test
-    const char* usage;     // one call form
-    const char* details;   // arguments, options and outputs, one item a line
+    int maxOut;           // -1: no test
+    int minIn;            // -1: no test
+    int maxIn;            // -1: no limit / no test
+    const char* usage;    // one call form
+    const char* details;  // arguments, options and outputs, one item a line
 };
 
 std::span<const GatewayInfo> gateways();

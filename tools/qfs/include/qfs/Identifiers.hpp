@@ -4,11 +4,11 @@
 //
 // They are thrown as the host's Exception<ID>, so they are reported exactly like the
 // errors of the built-ins (catalog text in the current locale, identifier, arguments).
-#include <cstdint>
-#include <string>
-
 #include "foundation/core/except/Exception.hpp"
 #include "resource_core/BaseMsgID.hpp"
+
+#include <cstdint>
+#include <string>
 
 namespace QUORIN::qfs {
 

@@ -12,13 +12,13 @@
 //
 // Text that is not valid UTF-8 (a file name's undecodable bytes) is written with U+FFFD
 // in their place; jsonLine never throws for it.
-#include <string>
-#include <vector>
+#include "resource_core/MessageArg.hpp"
+#include "vq/vqArray.hpp"
 
 #include <nlohmann/json.hpp>
 
-#include "resource_core/MessageArg.hpp"
-#include "vq/vqArray.hpp"
+#include <string>
+#include <vector>
 
 namespace qfs {
 

@@ -6,11 +6,12 @@
 // error QUORIN:qfs:LibraryNotLoaded (path, the loader's reason). A gateway whose symbol
 // the library does not export is simply absent: has() answers false and call() throws
 // QUORIN:qfs:NotAvailable naming it.
+#include "qfs/Gateways.hpp"
+
+#include "vq/vqArray.hpp"
+
 #include <string>
 #include <vector>
-
-#include "qfs/Gateways.hpp"
-#include "vq/vqArray.hpp"
 
 namespace qfs {
 
@@ -29,8 +30,8 @@ public:
     [[nodiscard]] bool has(const GatewayInfo& gateway) const;
 
     // Calls the gateway with the host's calling convention; exceptions of the call pass.
-    void call(const GatewayInfo& gateway, int outCount, unique_vqarray_ptr* outputs,
-              int argCount, const vqArray** args) const;
+    void call(const GatewayInfo& gateway, int outCount, unique_vqarray_ptr* outputs, int argCount,
+              const vqArray** args) const;
 
 private:
     std::string path_;

@@ -14,12 +14,12 @@
 //
 // Every failure throws the identified error QUORIN:qfs:ParseError with the 1-based
 // column (in characters) where the problem starts; arrays built so far are released.
+#include "vq/vqArray.hpp"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "vq/vqArray.hpp"
 
 namespace qfs {
 

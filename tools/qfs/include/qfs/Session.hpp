@@ -11,14 +11,15 @@
 // caller decides whether to stop. Every host array a statement builds is released before
 // run() returns; builds with assertions check the live-array count after each statement
 // and say on `err` when it did not come back.
+#include "qfs/Library.hpp"
+
+#include "resource_core/MessageArg.hpp"
+
 #include <exception>
 #include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "qfs/Library.hpp"
-#include "resource_core/MessageArg.hpp"
 
 namespace qfs {
 

@@ -10,11 +10,11 @@
 // piece's field order wins). A 0x0 piece is skipped, as the environment does. Pieces
 // must have two dimensions; side by side they need equal row counts, stacked equal
 // column counts.
+#include "vq/vqArray.hpp"
+
 #include <cstddef>
 #include <string>
 #include <vector>
-
-#include "vq/vqArray.hpp"
 
 namespace qfs {
 
