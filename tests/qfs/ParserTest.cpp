@@ -375,3 +375,17 @@ TEST_F(ParserTest, FailedParsesReleaseWhatTheyBuilt) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ParserLimitsTest, DeepNestingIsAParseErrorNotAStackOverflow) {
+    const std::string deep = std::string(100000, '[') + "1" + std::string(100000, ']');
+    EXPECT_EQ(errorColumn(deep), 201);
+    const std::string cells = "f(" + std::string(5000, '{') + std::string(5000, '}') + ")";
+    EXPECT_EQ(errorColumn(cells, true), 203);
+    const std::string fine = std::string(150, '{') + "1" + std::string(150, '}');
+    auto v = parseValue(fine);
+    EXPECT_TRUE(vqIsCell(v.get()));
+}
+
+}  // namespace

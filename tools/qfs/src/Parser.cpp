@@ -80,10 +80,23 @@ private:
 
     std::string_view s_;
     std::size_t pos_ = 0;
+    std::size_t depth_ = 0;  // values inside values being read now
 };
+
+// Deeper nesting than any real argument needs is refused, so that no line can exhaust
+// the stack of the recursive reader.
+constexpr std::size_t kMaxNesting = 200;
 
 Parsed Parser::value() {
     skipBlanks();
+    if (depth_ >= kMaxNesting) fail(pos_, "values nested too deeply");
+    struct Depth {
+        std::size_t& d;
+        explicit Depth(std::size_t& x) : d(++x) {}
+        ~Depth() { --d; }
+        Depth(const Depth&) = delete;
+        Depth& operator=(const Depth&) = delete;
+    } depth(depth_);
     const char c = peek();
     if (atEnd() || c == '%') fail(pos_, "expected a value");
     if (c == '\'' || c == '"') return quoted(c);
