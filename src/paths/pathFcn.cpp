@@ -1,0 +1,189 @@
+// pathFcn and getPathConstituentsCaller: the parts of paths and URLs, read under a
+// file-system convention.
+//
+// No file-system access. A path the core cannot analyse gets the default element (missing
+// strings, false, NaN) rather than an error; only inputs of the wrong kind are raised.
+#include <cstddef>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Hexfarrow/String/String.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+#include "matrix/matrix.hpp"
+#include "quorin/gateway/Errors.hpp"
+#include "quorin/gateway/Gateway.hpp"
+#include "quorin/gateway/Text.hpp"
+#include "quorin/io/filesystem/core/PathComponents.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+#include "quorin/io/filesystem/quorin/PathConstituents.hpp"
+
+namespace quorin::io::filesystem::quorin {
+namespace {
+
+namespace core = ::quorin::io::filesystem::core;
+namespace gw = ::quorin::gateway;
+using core::FileSystemType;
+using Hexfarrow::String::TextDispatch;
+
+// Exact and case-sensitive: "Windows" is not "windows" and selects the native convention.
+FileSystemType fileSystemType(fl::ustring_view convention) {
+    if (convention == u"windows") return FileSystemType::Windows;
+    if (convention == u"unix") return FileSystemType::Unix;
+    if (convention == u"schema") return FileSystemType::Schema;
+    return FileSystemType::Native;
+}
+
+PathConstituents analyse(const fl::ustring& path, FileSystemType type) {
+    const bool isUrl = foundation::storage::vfs::hasIRIPrefix(path);
+    core::PathComponents parts = core::getPathComponents(path, isUrl, type);
+    PathConstituents c;
+    c.PathType = core::getPathType(path, isUrl, type);
+    c.IsAbsolute = core::getIsAbsolute(path, isUrl, type);
+    c.Parent = std::move(parts.parent);
+    c.Name = std::move(parts.name);
+    c.Extension = std::move(parts.extension);
+    c.Host = std::move(parts.host);
+    c.Port = parts.port;
+    c.Query = std::move(parts.query);
+    c.Fragment = std::move(parts.fragment);
+    return c;
+}
+
+TextDispatch::Kind classifyText(const vqArray* arg) {
+    bool notText = false;
+    TextDispatch::Kind kind{};
+    try {
+        kind = TextDispatch::classify(arg);
+    } catch (const TextDispatch::NotText&) {
+        notText = true;
+    }
+    // Replaced outside the handler, once the host's exception is gone.
+    if (notText) gw::throwNotTextReplacement();
+    return kind;
+}
+
+// Where the convention of path i comes from: one text for every path, or the element of
+// a string or cell array with the same linear index.
+class Conventions {
+public:
+    Conventions(const vqArray* arg, std::size_t pathCount) : arg_(arg) {
+        kind_ = classifyText(arg);
+        if (kind_ == TextDispatch::Kind::Char) {
+            single_ = fileSystemType(
+                fl::ustring_view(vqGetChars(arg), vqGetNumberOfElements(arg)));
+            return;
+        }
+        // Paired element by element, never broadcast: a count that differs would read
+        // past one of the two inputs.
+        const std::size_t count = vqGetNumberOfElements(arg);
+        if (count < pathCount) matrix::detail::error_minrhs();
+        if (count > pathCount) matrix::detail::error_maxrhs();
+        if (kind_ == TextDispatch::Kind::String) strings_ = &Hexfarrow::String::getString(arg);
+    }
+
+    [[nodiscard]] FileSystemType at(std::size_t i) const {
+        switch (kind_) {
+            case TextDispatch::Kind::Char:
+                return single_;
+            case TextDispatch::Kind::String: {
+                const auto* rec = strings_->get(i);
+                if (rec == nullptr) gw::throwError<QUORIN::string::MissingNotSupported>();
+                return fileSystemType(fl::ustring_view(rec->text, rec->length));
+            }
+            case TextDispatch::Kind::Cell: {
+                const vqArray* elem = vqGetCell(arg_, i);
+                if (!Hexfarrow::String::isCharRowOrEmpty(elem)) {
+                    gw::throwBadCellElement(i,
+                                                         gw::CellErrorArgument::InputName);
+                }
+                return fileSystemType(
+                    fl::ustring_view(vqGetChars(elem), vqGetNumberOfElements(elem)));
+            }
+        }
+        return FileSystemType::Native;
+    }
+
+private:
+    const vqArray* arg_;
+    TextDispatch::Kind kind_{};
+    FileSystemType single_ = FileSystemType::Native;
+    const Hexfarrow::String::String* strings_ = nullptr;
+};
+
+// Field numbers, in the order the struct is created with.
+enum Field : int { Parent = 0, Name, Extension, PathType, IsAbsolute, Host, Port, Query, Fragment };
+
+std::vector<std::string> fieldNames() {
+    return {"Parent", "Name", "Extension", "PathType", "IsAbsolute",
+            "Host",   "Port", "Query",     "Fragment"};
+}
+
+void setField(vqArray* s, std::size_t i, Field f, unique_vqarray_ptr value) {
+    vqSetFieldByNumber(s, i, f, value.release());  // the struct owns it even if this throws
+}
+
+// An empty constituent is a missing string, so that "no extension" differs from "".
+unique_vqarray_ptr textValue(const fl::ustring& text) {
+    return text.empty() ? Hexfarrow::String::createMissingString()
+                        : Hexfarrow::String::createStringArray(text);
+}
+
+void fill(vqArray* s, std::size_t i, const PathConstituents& c) {
+    setField(s, i, Parent, textValue(c.Parent));
+    setField(s, i, Name, textValue(c.Name));
+    setField(s, i, Extension, textValue(c.Extension));
+    setField(s, i, PathType, textValue(c.PathType));
+    setField(s, i, IsAbsolute, vqCreateLogicalScalar(c.IsAbsolute));
+    setField(s, i, Host, textValue(c.Host));
+    setField(s, i, Port, vqCreateDoubleScalar(c.Port == PathConstituents::noPort
+                                                  ? std::numeric_limits<double>::quiet_NaN()
+                                                  : static_cast<double>(c.Port)));
+    setField(s, i, Query, textValue(c.Query));
+    setField(s, i, Fragment, textValue(c.Fragment));
+}
+
+}  // namespace
+
+PathConstituents getPathConstituentsCaller(const fl::ustring& path,
+                                           const fl::ustring& convention) {
+    return analyse(path, fileSystemType(convention));
+}
+
+void pathFcn(int outCount, unique_vqarray_ptr* outputs, int argCount, const vqArray* const* args) {
+    gw::checkCounts(outCount, argCount, 1, 1, 3);
+    // The convention is read for every path; without one there is nothing to read.
+    if (argCount < 2) matrix::detail::error_minrhs();
+
+    const vqArray* paths = args[0];
+    const TextDispatch::Kind pathKind = classifyText(paths);
+    const std::size_t pathCount =
+        pathKind == TextDispatch::Kind::Char ? 1 : vqGetNumberOfElements(paths);
+    const Conventions conventions(args[1], pathCount);
+
+    unique_vqarray_ptr result =
+        matrix::detail::do_create_struct(gw::textResultDims(paths), fieldNames());
+    vqArray* s = result.get();
+    const PathConstituents defaults;
+    fl::ustring path;
+    gw::forEachText(paths, [&](std::size_t i,
+                                            const std::optional<fl::ustring_view>& text) {
+        if (!text) {
+            fill(s, i, defaults);
+            return;
+        }
+        const FileSystemType type = conventions.at(i);
+        path.assign(text->begin(), text->end());
+        std::optional<PathConstituents> c;
+        try {
+            c = analyse(path, type);
+        } catch (...) {
+            // Text the core cannot analyse is answered with the default element.
+        }
+        fill(s, i, c ? *c : defaults);
+    });
+    gw::handOver(outputs, 0, std::move(result));
+}
+
+}  // namespace quorin::io::filesystem::quorin
