@@ -1,0 +1,231 @@
+// getPerms_impl: names, order, links, file IRIs, missing paths, cloud locations, bad input.
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "PermsTestSupport.hpp"
+#include "foundation/storage/provider/MemProvider.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+#include "zkfs/test/Arrays.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/LiveArrays.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
+
+namespace zkfs::test::perms {
+namespace {
+
+namespace vfs = foundation::storage::vfs;
+using Fields = std::vector<std::pair<std::string, bool>>;
+
+class PermsQueryTest : public LiveArrayTest {
+protected:
+    TempTree tree;
+};
+
+TEST_F(PermsQueryTest, TwoInputsReportAllNineNamesInTableOrder) {
+    tree.makeFile("a.txt", "x");
+    tree.setMode("a.txt", 0640);
+    const auto result = getPerms(ArgList(stringScalar(tree.upath("a.txt")), charRow(u"File")));
+    EXPECT_EQ(logicalFields(result.get()),
+              (Fields{{"Readable", true},
+                      {"Writable", true},
+                      {"UserExecute", false},
+                      {"GroupRead", true},
+                      {"GroupWrite", false},
+                      {"GroupExecute", false},
+                      {"OtherRead", false},
+                      {"OtherWrite", false},
+                      {"OtherExecute", false}}));
+}
+
+TEST_F(PermsQueryTest, EachNameReadsItsOwnBit) {
+    tree.makeFile("f");
+    const std::vector<std::pair<std::string, unsigned>> table = {
+        {"Readable", 0400},  {"Writable", 0200},  {"UserExecute", 0100},
+        {"GroupRead", 040},  {"GroupWrite", 020}, {"GroupExecute", 010},
+        {"OtherRead", 04},   {"OtherWrite", 02},  {"OtherExecute", 01}};
+    for (const auto& [name, bit] : table) {
+        SCOPED_TRACE(name);
+        tree.setMode("f", bit);
+        const auto result =
+            getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"), stringScalar(u16(name))));
+        EXPECT_EQ(logicalFields(result.get()), (Fields{{name, true}}));
+        tree.setMode("f", 0777 & ~bit);
+        const auto cleared =
+            getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"), stringScalar(u16(name))));
+        EXPECT_EQ(logicalFields(cleared.get()), (Fields{{name, false}}));
+    }
+}
+
+TEST_F(PermsQueryTest, RequestedNamesKeepTheirOrderAndUnknownNamesAreFalse) {
+    tree.makeFile("f");
+    tree.setMode("f", 0604);
+    const auto asStrings = getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
+                                            stringArray({1, 2}, {u"OtherRead", u"Readable"})));
+    EXPECT_EQ(logicalFields(asStrings.get()), (Fields{{"OtherRead", true}, {"Readable", true}}));
+
+    const auto asCell = getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
+                                         cellRow(charRow(u"Foo"), charRow(u"GroupWrite"),
+                                                 charRow(u"Writable"))));
+    EXPECT_EQ(logicalFields(asCell.get()),
+              (Fields{{"Foo", false}, {"GroupWrite", false}, {"Writable", true}}));
+
+    const auto asChar =
+        getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"), charRow(u"Foo")));
+    EXPECT_EQ(logicalFields(asChar.get()), (Fields{{"Foo", false}}));
+}
+
+TEST_F(PermsQueryTest, ANameGivenTwiceIsReportedOnceAtItsFirstPlace) {
+    tree.makeFile("f");
+    tree.setMode("f", 0200);
+    const auto result = getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
+                                         stringArray({3, 1}, {u"Writable", u"Readable", u"Writable"})));
+    EXPECT_EQ(logicalFields(result.get()), (Fields{{"Writable", true}, {"Readable", false}}));
+}
+
+TEST_F(PermsQueryTest, ALinkReportsItsOwnModeNotItsTargets) {
+    tree.makeFile("target");
+    tree.setMode("target", 0);
+    tree.makeLink("target", "link");
+    for (bool withNames : {false, true}) {
+        SCOPED_TRACE(withNames);
+        ArgList args(charRow(tree.upath("link")), charRow(u"Other"));
+        if (withNames) args.add(stringArray({1, 2}, {u"Readable", u"OtherExecute"}));
+        const auto result = getPerms(std::move(args));
+        for (const auto& [name, value] : logicalFields(result.get())) {
+            EXPECT_TRUE(value) << name;  // Linux gives every link mode 0777
+        }
+    }
+}
+
+TEST_F(PermsQueryTest, AFileIRIIsQueriedAsTheLocalPathItNames) {
+    tree.makeFile("with space.txt");
+    tree.setMode("with space.txt", 0400);
+    const std::string iri = "file://" + tree.path("with%20space.txt").string();
+    const auto result = getPerms(
+        ArgList(charRow(u16(iri)), charRow(u"File"), stringArray({1, 2}, {u"Readable", u"Writable"})));
+    EXPECT_EQ(logicalFields(result.get()), (Fields{{"Readable", true}, {"Writable", false}}));
+}
+
+TEST_F(PermsQueryTest, AMissingPathReportsEveryPermissionFalse) {
+    const auto result = getPerms(ArgList(charRow(tree.upath("nothing")), charRow(u"File")));
+    const auto fields = logicalFields(result.get());
+    ASSERT_EQ(fields.size(), 9U);
+    for (const auto& [name, value] : fields) EXPECT_FALSE(value) << name;
+}
+
+TEST_F(PermsQueryTest, ZeroOutputsStillFillTheFirstSlot) {
+    tree.makeFile("f");
+    ArgList args(charRow(tree.upath("f")), charRow(u"File"));
+    OutputSlots out;
+    getPerms_impl(0, out.data(), args.count(), args.data());
+    EXPECT_EQ(logicalFields(out[0]).size(), 9U);
+}
+
+TEST_F(PermsQueryTest, BadArgumentsAreIdentifiedErrors) {
+    tree.makeFile("f");
+    const fl::ustring path = tree.upath("f");
+    const fl::ustring inputName =
+        catalogText<QUORIN::FileUtils::inputPath>();
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path), charRow(u"File"), doubleScalar(1))),
+                            "QUORIN:string:MustBeCharCellArrayOrString", inputName);
+    EXPECT_IDENTIFIED_ERROR(
+        getPerms(ArgList(charRow(path), charRow(u"File"),
+                         stringArray({1, 2}, {u"Readable", std::nullopt}))),
+        "QUORIN:string:MustBeCellArrayOfStrings", inputName);
+    EXPECT_IDENTIFIED_ERROR(
+        getPerms(ArgList(charRow(path), charRow(u"File"), cellRow(charRow(u"Readable"), doubleScalar(2)))),
+        "QUORIN:string:MustBeCellArrayOfStrings", inputName);
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(doubleScalar(3), charRow(u"File"))),
+                            "QUORIN:string:MustBeStringScalarOrCharacterVector");
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(missingString(), charRow(u"File"))),
+                            "QUORIN:string:MissingNotSupported");
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path))), "QUORIN:NotEnoughInputs");
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path), charRow(u"File"), charRow(u"Readable"),
+                                             charRow(u"x"))),
+                            "QUORIN:TooManyInputs");
+    ArgList args(charRow(path), charRow(u"File"));
+    OutputSlots out(2);
+    EXPECT_IDENTIFIED_ERROR(getPerms_impl(2, out.data(), args.count(), args.data()),
+                            "QUORIN:TooManyOutputs");
+    EXPECT_EQ(out[0], nullptr);
+}
+
+TEST_F(PermsQueryTest, AFolderWithoutSearchPermissionOnTheWayFailsAsAFilesystemError) {
+    if (!runningAsRoot()) GTEST_SKIP() << "needs to hand the tree to another user";
+    tree.makeFile("closed/f");
+    tree.handTo(unprivilegedIds().uid, unprivilegedIds().gid);
+    tree.setMode("closed", 0600);
+    const fl::ustring path = tree.upath("closed/f");
+    runUnprivileged([&] {
+        EXPECT_THROW(getPerms(ArgList(charRow(path), charRow(u"File"))),
+                     std::filesystem::filesystem_error);
+    });
+}
+
+// The in-memory provider stands for a cloud location.
+class PermsCloudQueryTest : public LiveArrayTest {
+protected:
+    void SetUp() override {
+        LiveArrayTest::SetUp();
+        foundation::storage::provider::resetMemStorage();
+        storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+        vfs::Folder(vfs::AbsoluteIRI(u"mem://root/data"), storage).createFolder();
+        vfs::File(vfs::AbsoluteIRI(u"mem://root/data/a.csv"), storage).createFile();
+    }
+    void TearDown() override {
+        foundation::storage::provider::resetMemStorage();
+        LiveArrayTest::TearDown();
+    }
+    std::size_t entriesInData() const {
+        return vfs::Folder(vfs::AbsoluteIRI(u"mem://root/data"), storage).listAll().size();
+    }
+    vfs::StorageSystemReference storage;
+};
+
+TEST_F(PermsCloudQueryTest, AWritableFolderReportsTwoNamesAndLeavesNoProbeBehind) {
+    const auto result = getPerms(ArgList(charRow(u"mem://root/data"), charRow(u"Folder"),
+                                         stringArray({1, 3}, {u"GroupRead", u"Readable", u"Foo"})));
+    EXPECT_EQ(logicalFields(result.get()), (Fields{{"Readable", true}, {"Writable", true}}));
+    EXPECT_EQ(entriesInData(), 1U);
+}
+
+TEST_F(PermsCloudQueryTest, AReadOnlyFolderIsNotWritable) {
+    foundation::storage::provider::setMemFolderReadOnly(vfs::AbsoluteIRI(u"mem://root/data"), true);
+    const auto result =
+        getPerms(ArgList(charRow(u"mem://root/data"), charRow(u"Folder"), charRow(u"Readable")));
+    EXPECT_EQ(logicalFields(result.get()), (Fields{{"Readable", true}, {"Writable", false}}));
+    EXPECT_EQ(entriesInData(), 1U);
+}
+
+TEST_F(PermsCloudQueryTest, AFileReportsReadableAndItsWritableAttribute) {
+    const auto writable =
+        getPerms(ArgList(charRow(u"mem://root/data/a.csv"), charRow(u"File"), charRow(u"Readable")));
+    EXPECT_EQ(logicalFields(writable.get()), (Fields{{"Readable", true}, {"Writable", true}}));
+
+    foundation::storage::provider::setMemFolderReadOnly(vfs::AbsoluteIRI(u"mem://root/data"), true);
+    const auto readOnly =
+        getPerms(ArgList(charRow(u"mem://root/data/a.csv"), charRow(u"File"), charRow(u"Readable")));
+    EXPECT_EQ(logicalFields(readOnly.get()), (Fields{{"Readable", true}, {"Writable", false}}));
+}
+
+TEST_F(PermsCloudQueryTest, NothingThereGivesAStructWithNoFields) {
+    const auto result =
+        getPerms(ArgList(charRow(u"mem://root/none"), charRow(u"File"), charRow(u"Readable")));
+    EXPECT_TRUE(logicalFields(result.get()).empty());
+}
+
+TEST_F(PermsCloudQueryTest, AStorageFailureReachesTheUserAsItIs) {
+    EXPECT_IDENTIFIED_ERROR(
+        getPerms(ArgList(charRow(u"mem://elsewhere/x"), charRow(u"File"), charRow(u"Readable"))),
+        "QUORIN:storage:invalidLocation", u"mem://elsewhere/x");
+}
+
+}  // namespace
+}  // namespace zkfs::test::perms
