@@ -136,10 +136,13 @@ TEST(Existence, ClassesOfLocalNames) {
     for (const Row& r : rows) {
         SCOPED_TRACE(r.name);
         EXPECT_EQ(core::getExtendedExistenceType(tree.upath(r.name)), r.expected);
+        // IRIs go through the storage provider, which must agree.
         EXPECT_EQ(core::getExtendedExistenceType(vfs::toAbsoluteIRI(u"file", tree.upath(r.name)).toString()),
                   r.expected);
     }
     EXPECT_EQ(core::getExtendedExistenceType(u""), ExistenceTypeExtended::DoesNotExist);
+    // Below a link cycle nothing can exist.
+    EXPECT_EQ(core::getExtendedExistenceType(tree.upath("loop/below")), ExistenceTypeExtended::DoesNotExist);
 }
 
 TEST(Existence, PredicatesOverEveryClass) {

@@ -166,6 +166,10 @@ TEST_F(ResolvePath, OtherSchemesGoThroughTheirProvider) {
     EXPECT_TRUE(withAttributes.writable);
     EXPECT_EQ(withAttributes.size, 0);
     EXPECT_FALSE(withAttributes.lastModified.is_special());
+    const auto folder = core::resolvePathWithAttributes(u"mem://root/data", {});
+    EXPECT_EQ(folder.type, PathType::Folder);
+    EXPECT_EQ(folder.size, 0);
+    EXPECT_TRUE(folder.readable);
     foundation::storage::provider::resetMemStorage();
 }
 

@@ -32,7 +32,8 @@ ExistenceTypeExtended getExtendedExistenceType(const fl::ustring& path) {
     const std::string native = detail::nativeUtf8(path);
     struct stat self {};
     if (const int e = posix::lstatPath(native, self)) {
-        if (e == ENOENT || e == ENOTDIR) return ExistenceTypeExtended::DoesNotExist;
+        // ELOOP: a folder on the way is a link cycle, so nothing can be below it.
+        if (e == ENOENT || e == ENOTDIR || e == ELOOP) return ExistenceTypeExtended::DoesNotExist;
         detail::throwStorageError(e, native);
     }
     if (!S_ISLNK(self.st_mode)) {

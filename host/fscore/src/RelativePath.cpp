@@ -19,14 +19,13 @@ struct Location {
     bool iri = false;
     fl::ustring scheme;     // lower case
     fl::ustring authority;  // host lower case, rest as written
-    std::vector<View> segments;
-    fl::ustring path;       // owns the text the segments point into
-    fl::ustring suffix;     // "?query#fragment" as written
+    std::vector<fl::ustring> segments;
+    fl::ustring suffix;  // "?query#fragment" as written
 };
 
 // RFC 3986 section 5.2.4 on segments: "." vanishes, ".." drops the previous segment and
 // never climbs above the root; empty segments (repeated or trailing "/") carry no name.
-void splitClean(View path, std::vector<View>& out) {
+void splitClean(View path, std::vector<fl::ustring>& out) {
     std::size_t i = 0;
     while (i <= path.size()) {
         std::size_t end = path.find(u'/', i);
@@ -35,7 +34,7 @@ void splitClean(View path, std::vector<View>& out) {
         if (segment == u"..") {
             if (!out.empty()) out.pop_back();
         } else if (!segment.empty() && segment != u".") {
-            out.push_back(segment);
+            out.emplace_back(segment);
         }
         i = end + 1;
     }
@@ -50,20 +49,21 @@ fl::ustring lowerHostInAuthority(const fl::ustring& authority) {
 
 Location parse(const fl::ustring& text) {
     Location loc;
+    fl::ustring path;
     if (vfs::hasIRIPrefix(text)) {
         const vfs::AbsoluteIRI iri(text);  // throws InvalidIRIException naming the text
         loc.iri = true;
         loc.scheme = detail::lowerAscii(iri.getScheme());
         loc.authority = lowerHostInAuthority(iri.getAuthority());
-        loc.path = iri.getPath();
+        path = iri.getPath();
         if (iri.hasQuery()) loc.suffix = u"?" + iri.getQuery();
         if (iri.hasFragment()) loc.suffix += u"#" + iri.getFragment();
     } else if (!text.empty() && text[0] == u'/') {
-        loc.path = text;
+        path = text;
     } else {
         throw vfs::InvalidIRIException(text);
     }
-    splitClean(loc.path, loc.segments);
+    splitClean(path, loc.segments);
     return loc;
 }
 
