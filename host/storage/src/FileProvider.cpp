@@ -92,10 +92,12 @@ public:
             const bool isFolder = e.kind == ListEntry::Kind::Folder;
             const bool wanted = scope_ == ListScope::All || scope_ == ListScope::AllRecursive ||
                                 (scope_ == ListScope::Folders) == isFolder;
+            const bool descends = scope_ == ListScope::AllRecursive && isFolder;
             if (wanted && matches(e.raw)) {
-                out_.emplace_back(AbsoluteIRI::fromTrustedText(text), std::move(e.name), e.kind);
+                out_.emplace_back(AbsoluteIRI::fromTrustedText(descends ? text : std::move(text)),
+                                  std::move(e.name), e.kind);
             }
-            if (scope_ == ListScope::AllRecursive && isFolder) descend(fd, e.raw, text);
+            if (descends) descend(fd, e.raw, text);
         }
     }
 
@@ -124,7 +126,10 @@ private:
         for (;;) {
             const long n = retryOnEintr(
                 [&] { return systemCalls().getdents64(fd, buffer_.data(), buffer_.size()); });
-            if (n < 0) fail(errno, AbsoluteIRI::fromTrustedText(prefix + "/"));
+            if (n < 0) {
+                const int err = errno;
+                fail(err, AbsoluteIRI::fromTrustedText(prefix + "/"));
+            }
             if (n == 0) break;
             std::size_t pos = 0;
             while (pos < static_cast<std::size_t>(n)) {
@@ -147,10 +152,11 @@ private:
                         // Only file systems without d_type cost a status call per entry.
                         struct stat st {};
                         if (systemCalls().fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-                            if (errno == ENOENT) continue;  // removed since the read
+                            const int err = errno;
+                            if (err == ENOENT) continue;  // removed since the read
                             std::string text = prefix + '/';
                             foundation::storage::detail::appendEncodedSegment(text, name);
-                            fail(errno, AbsoluteIRI::fromTrustedText(text));
+                            fail(err, AbsoluteIRI::fromTrustedText(text));
                         }
                         kind = kindOfMode(st.st_mode);
                         break;
