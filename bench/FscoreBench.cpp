@@ -1,0 +1,50 @@
+// Filesystem core cases. The data is a list file (one path a line) that bench/run made;
+// its name comes in ZKFS_BENCH_DATA.
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "fl/i18n/unicode.hpp"
+#include "quorin/io/filesystem/core/ResolvePath.hpp"
+
+namespace {
+
+std::vector<fl::ustring> readPaths(benchmark::State& state) {
+    std::vector<fl::ustring> paths;
+    const char* list = std::getenv("ZKFS_BENCH_DATA");
+    if (list == nullptr || *list == '\0') {
+        state.SkipWithError("ZKFS_BENCH_DATA is not set: run the benchmarks through bench/run");
+        return paths;
+    }
+    std::ifstream in(list);
+    std::string line;
+    while (std::getline(in, line)) paths.push_back(fl::i18n::to_ustring(line));
+    if (paths.empty()) state.SkipWithError("the path list is empty");
+    return paths;
+}
+
+// Every path resolved to its canonical form, as realpath(1) does for the same list; the
+// UTF-16 conversion in and out is part of the cost, as it is for a built-in.
+void BM_ResolvePathCanonical(benchmark::State& state) {
+    const std::vector<fl::ustring> paths = readPaths(state);
+    if (paths.empty()) return;
+    quorin::io::filesystem::core::ResolvePathOptions options;
+    options.ResolveSymbolicLinks = true;
+    std::size_t resolved = 0;
+    for (auto _ : state) {
+        resolved = 0;
+        for (const auto& p : paths) {
+            auto r = quorin::io::filesystem::core::resolvePath(p, options);
+            resolved += r.path.empty() ? 0 : 1;
+            benchmark::DoNotOptimize(r);
+        }
+    }
+    if (resolved != paths.size()) state.SkipWithError("some paths did not resolve");
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * paths.size()));
+}
+BENCHMARK(BM_ResolvePathCanonical)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
+
+}  // namespace
