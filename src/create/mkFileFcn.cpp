@@ -1,0 +1,157 @@
+// mkFileFcn: makes one empty file, with its missing parent folders, at a local path or a
+// storage location. Storage failures are thrown when no result is asked for and reported
+// as (status, message, identifier) otherwise; argument and option errors always throw.
+#include "StorageErrors.hpp"
+#include "quorin/gateway/Errors.hpp"
+#include "quorin/gateway/Gateway.hpp"
+#include "quorin/gateway/Text.hpp"
+#include "quorin/io/filesystem/core/fscore.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "Hexfarrow/String/String.hpp"
+#include "fl/filesystem/filesystem.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/utility/URL.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+#include "matrix/matrix.hpp"
+
+#include <exception>
+#include <optional>
+
+namespace {
+
+namespace vfs = foundation::storage::vfs;
+namespace core = quorin::io::filesystem::core;
+using quorin::io::filesystem::quorin::create::StorageFailure;
+
+constexpr int kMaxOut = 3;
+constexpr int kMinIn = 1;
+constexpr int kMaxIn = 3;
+
+unique_vqarray_ptr logicalScalar(bool value) {
+    auto result = matrix::detail::do_create_numeric({1, 1}, vqLOGICAL_CLASS, vqREAL);
+    vqGetLogicals(result.get())[0] = value;
+    return result;
+}
+
+// The file's location: an IRI text as given, a local path through its native form.
+vfs::AbsoluteIRI locationOf(const fl::ustring& path, bool isIRI) {
+    if (isIRI) return vfs::AbsoluteIRI(path);
+    // An empty path names no file: the "file" IRI of nothing, which every storage
+    // operation refuses as an invalid location.
+    const fl::ustring native =
+        path.empty() ? fl::ustring() : fl::filesystem::detail::make_native_form(path, true);
+    return vfs::toAbsoluteIRI(u"file", native);
+}
+
+void createParentsIfMissing(const vfs::AbsoluteIRI& location,
+                            const vfs::StorageSystemReference& storage) {
+    if (!location.hasParent()) return;
+    const vfs::AbsoluteIRI parent = location.getParent();
+    if (vfs::exists(parent, storage) ==
+        foundation::storage::provider::ExistenceType::DoesNotExist) {
+        vfs::Folder(parent, storage).createFolderRecursive();
+    }
+}
+
+void createReplacing(const vfs::File& file, bool overwrite) {
+    bool replace = false;
+    try {
+        file.createFile();
+    } catch (const vfs::Exception& e) {
+        if (e.getErrorCode() != vfs::Exception::AlreadyExists || !overwrite)
+            throw vfs::Exception(e);
+        replace = true;
+    }
+    if (replace) {
+        // No rollback: when the second creation fails, the old file stays removed.
+        file.removeFile();
+        file.createFile();
+    }
+}
+
+// Prepares `path` in place (the prepared form is what a thrown error names) and makes the
+// file. The storage failures that the built-in translates come back as a value; anything
+// else propagates.
+std::optional<StorageFailure> makeEmptyFile(fl::ustring& path, const fl::ustring& ruleValue,
+                                            const vfs::StorageSystemReference& storage) {
+    try {
+        const bool isIRI =
+            core::setupPathForURLConstruction(path, core::ResolveSymbolicLinks::AllButLast, false);
+        const vfs::AbsoluteIRI location = locationOf(path, isIRI);
+        createParentsIfMissing(location, storage);
+        createReplacing(vfs::File(location, storage), ruleValue == u"overwrite");
+        return std::nullopt;
+    } catch (const vfs::Exception& e) {
+        return quorin::io::filesystem::quorin::create::failureForErrorCode(e.getErrorCode());
+    } catch (const vfs::InvalidIRIException&) {
+        return StorageFailure::NotValidURL;
+    } catch (const vfs::UnsupportedIRISchemeException&) {
+        return StorageFailure::InvalidIRI;
+    }
+}
+
+}  // namespace
+
+void mkFileFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
+               const vqArray* const* args) {
+    using quorin::gateway::convertScalarText;
+    using quorin::gateway::handOver;
+    quorin::gateway::checkCounts(outCount, argCount, kMaxOut, kMinIn, kMaxIn);
+
+    const vfs::StorageSystemReference storage =
+        Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+    fl::ustring path = convertScalarText(args[0], true);
+
+    // A lone status must be there even when an error that is never reported as data
+    // (an option error, say) leaves the call.
+    if (outCount == 1) handOver(outputs, 0, logicalScalar(false));
+
+    fl::ustring ruleName;
+    fl::ustring ruleValue;
+    if (argCount == 3) {
+        ruleName = convertScalarText(args[1], true);
+        ruleValue = convertScalarText(args[2], true);
+        core::validateReplacementRuleName(ruleName, ruleValue);
+    } else if (argCount == 2) {
+        // The name is deliberately left unread: the message names no option.
+        quorin::gateway::throwError<QUORIN::io::filesystem::common::NoValueSpecified>(ruleName);
+    }
+
+    const std::optional<StorageFailure> failure = makeEmptyFile(path, ruleValue, storage);
+
+    if (failure && outCount == 0) {
+        quorin::io::filesystem::quorin::create::throwFailure(*failure, path);
+    }
+    if (outCount == 0) return;
+
+    // Every result is built before any is handed over, so a failure while building
+    // leaves the slots as they were (apart from the status placed above).
+    unique_vqarray_ptr status;
+    unique_vqarray_ptr message;
+    unique_vqarray_ptr identifier;
+    if (!failure) {
+        status = logicalScalar(true);
+        if (outCount >= 2) message = Hexfarrow::String::createStringArray(fl::ustring());
+        if (outCount >= 3) identifier = Hexfarrow::String::createStringArray(fl::ustring());
+    } else {
+        // The reported message names the location as a person reads it, escapes decoded.
+        fl::ustring readable = path;
+        foundation::storage::utility::decodeURL(readable, true);
+        const std::exception_ptr error =
+            quorin::io::filesystem::quorin::create::captureFailure(*failure, readable);
+        status = logicalScalar(false);
+        if (outCount >= 2) {
+            message =
+                Hexfarrow::String::createStringArray(core::detail::GetUnicodeMessageTxt(error));
+        }
+        if (outCount >= 3) {
+            identifier = Hexfarrow::String::createStringArray(
+                fl::i18n::to_ustring(core::detail::GetID(error)));
+        }
+    }
+    handOver(outputs, 0, std::move(status));
+    if (message) handOver(outputs, 1, std::move(message));
+    if (identifier) handOver(outputs, 2, std::move(identifier));
+}
