@@ -38,12 +38,12 @@ void BM_ResolvePathCanonical(benchmark::State& state) {
         resolved = 0;
         for (const auto& p : paths) {
             auto r = quorin::io::filesystem::core::resolvePath(p, options);
-            resolved += r.path.empty() ? 0 : 1;
+            resolved += r.path.empty() ? 0U : 1U;
             benchmark::DoNotOptimize(r);
         }
     }
     if (resolved != paths.size()) state.SkipWithError("some paths did not resolve");
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * paths.size()));
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(paths.size()));
 }
 BENCHMARK(BM_ResolvePathCanonical)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 
