@@ -138,9 +138,9 @@ Status Session::runStatement(std::string_view line) {
             } else {
                 for (const auto& s : slots) outputs.push_back(toJson(s.get()));
             }
-            Json line_ = Json::object();
-            line_["outputs"] = std::move(outputs);
-            out_ << jsonLine(line_) << "\n";
+            Json result = Json::object();
+            result["outputs"] = std::move(outputs);
+            out_ << jsonLine(result) << "\n";
         } else if (!st.suppressed) {
             if (outCount == 0) {
                 if (slots.front()) out_ << displayValue("ans", slots.front().get());
