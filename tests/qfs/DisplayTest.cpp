@@ -16,9 +16,9 @@ std::string show(const std::string& name, const std::string& value) {
     return displayValue(name, qfs::parseValue(value).get());
 }
 
-class DisplayTest : public zkfs::test::LiveArrayTest {};
+class QfsDisplayTest : public zkfs::test::LiveArrayTest {};
 
-TEST_F(DisplayTest, Scalars) {
+TEST_F(QfsDisplayTest, Scalars) {
     EXPECT_EQ(show("x", "8080"), "x =\n    8080\n");
     EXPECT_EQ(show("x", "-0.125"), "x =\n    -0.125\n");
     EXPECT_EQ(show("x", "NaN"), "x =\n    NaN\n");
@@ -28,7 +28,7 @@ TEST_F(DisplayTest, Scalars) {
     EXPECT_EQ(show("c", "'/tmp/x'"), "c =\n    '/tmp/x'\n");
 }
 
-TEST_F(DisplayTest, NumberFormats) {
+TEST_F(QfsDisplayTest, NumberFormats) {
     EXPECT_EQ(qfs::formatNumber(1763764800123.0), "1763764800123");
     EXPECT_EQ(qfs::formatNumber(-0.0), "0");
     EXPECT_EQ(qfs::formatNumber(0.1), "0.1");
@@ -37,7 +37,7 @@ TEST_F(DisplayTest, NumberFormats) {
     EXPECT_EQ(qfs::formatNumber(-INFINITY), "-Inf");
 }
 
-TEST_F(DisplayTest, ArraysShowSizeClassAndAlignedRows) {
+TEST_F(QfsDisplayTest, ArraysShowSizeClassAndAlignedRows) {
     EXPECT_EQ(show("tf", "[true false true]"), "tf =\n  1\u00d73 logical array\n    1   0   1\n");
     EXPECT_EQ(show("m", "[1 -20; 300 NaN]"),
               "m =\n"
@@ -52,14 +52,14 @@ TEST_F(DisplayTest, ArraysShowSizeClassAndAlignedRows) {
     EXPECT_EQ(show("c", "['ab'; 'cd']"), "c =\n  2\u00d72 char array\n    'ab'\n    'cd'\n");
 }
 
-TEST_F(DisplayTest, EmptyArrays) {
+TEST_F(QfsDisplayTest, EmptyArrays) {
     EXPECT_EQ(show("e", "[]"), "e =\n  0\u00d70 empty double array\n");
     EXPECT_EQ(show("e", "''"), "e =\n  0\u00d70 empty char array\n");
     EXPECT_EQ(show("e", "strings(0, 3)"), "e =\n  0\u00d73 empty string array\n");
     EXPECT_EQ(show("e", "{}"), "e =\n  0\u00d70 empty cell array\n");
 }
 
-TEST_F(DisplayTest, CellsSummariseTheirElements) {
+TEST_F(QfsDisplayTest, CellsSummariseTheirElements) {
     EXPECT_EQ(show("c", "{'a', \"b\", 3, true; missing, [1 2], {1}, ['ab'; 'cd']}"),
               "c =\n"
               "  2\u00d74 cell array\n"
@@ -74,7 +74,7 @@ TEST_F(DisplayTest, CellsSummariseTheirElements) {
     EXPECT_EQ(show("c", "cell(1, 1)"), "c =\n  1\u00d71 cell array\n    {0\u00d70 double}\n");
 }
 
-TEST_F(DisplayTest, ScalarStructAlignsFieldNames) {
+TEST_F(QfsDisplayTest, ScalarStructAlignsFieldNames) {
     EXPECT_EQ(show("info",
                    "struct('ResolvedPath', \"/tmp/a\", 'Type', \"File\", 'Readable', true, "
                    "'Port', NaN, 'Extension', missing, 'Empty', [], 'Parts', [1 2], "
@@ -94,7 +94,7 @@ TEST_F(DisplayTest, ScalarStructAlignsFieldNames) {
     EXPECT_EQ(show("s", "struct()"), "s =\n  struct with no fields.\n");
 }
 
-TEST_F(DisplayTest, StructArraysListFieldsThenElements) {
+TEST_F(QfsDisplayTest, StructArraysListFieldsThenElements) {
     EXPECT_EQ(show("f",
                    "[struct('Name', \"/a\", 'Cause', \"denied\"); struct('Name', \"/b\", 'Cause', "
                    "\"gone\")]"),
@@ -113,7 +113,7 @@ TEST_F(DisplayTest, StructArraysListFieldsThenElements) {
               "f =\n  0\u00d70 empty struct array with fields:\n    Name\n    Cause\n");
 }
 
-TEST_F(DisplayTest, ThreeDimensionalArraysShowPages) {
+TEST_F(QfsDisplayTest, ThreeDimensionalArraysShowPages) {
     EXPECT_EQ(show("p", "reshape([1 2 3 4], 1, 2, 2)"),
               "p =\n"
               "  1\u00d72\u00d72 double array\n"
@@ -132,7 +132,7 @@ TEST_F(DisplayTest, ThreeDimensionalArraysShowPages) {
               "    'd'\n");
 }
 
-TEST_F(DisplayTest, UnassignedOutput) {
+TEST_F(QfsDisplayTest, UnassignedOutput) {
     EXPECT_EQ(displayValue("x", nullptr), "x =\n  (not assigned)\n");
 }
 

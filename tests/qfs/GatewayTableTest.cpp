@@ -36,7 +36,7 @@ std::set<std::string> exportedSignatures() {
     return out;
 }
 
-TEST(GatewayTableTest, EverySymbolIsAnExportedSignatureOfItsName) {
+TEST(QfsGatewayTableTest, EverySymbolIsAnExportedSignatureOfItsName) {
     const auto exported = exportedSignatures();
     ASSERT_EQ(exported.size(), qfs::gateways().size());
     std::set<std::string> seen;
@@ -53,7 +53,7 @@ TEST(GatewayTableTest, EverySymbolIsAnExportedSignatureOfItsName) {
     }
 }
 
-TEST(GatewayTableTest, CountRulesAsTheHostChecksThem) {
+TEST(QfsGatewayTableTest, CountRulesAsTheHostChecksThem) {
     struct Row {
         const char* name;
         int maxOut, minIn, maxIn;

@@ -22,16 +22,16 @@ std::string line(const std::string& value) {
     return jsonLine(toJson(qfs::parseValue(value).get()));
 }
 
-class JsonTest : public LiveArrayTest {};
+class QfsJsonTest : public LiveArrayTest {};
 
-TEST_F(JsonTest, DoublesWithNaNAndInfinitiesAsStrings) {
+TEST_F(QfsJsonTest, DoublesWithNaNAndInfinitiesAsStrings) {
     EXPECT_EQ(line("[1.5 NaN; Inf -Inf]"),
               R"({"class":"double","size":[2,2],"value":[1.5,"Inf","NaN","-Inf"]})");
     EXPECT_EQ(line("[]"), R"({"class":"double","size":[0,0],"value":[]})");
     EXPECT_EQ(line("-0.25"), R"({"class":"double","size":[1,1],"value":[-0.25]})");
 }
 
-TEST_F(JsonTest, OtherNumericClassesAreIntegers) {
+TEST_F(QfsJsonTest, OtherNumericClassesAreIntegers) {
     auto a = numericArray(vqINT32_CLASS, {1, 2});
     const std::int32_t v[2] = {-7, 2147483647};
     std::memcpy(vqGetData(a.get()), v, sizeof v);
@@ -45,23 +45,23 @@ TEST_F(JsonTest, OtherNumericClassesAreIntegers) {
               R"({"class":"uint64","size":[1,1],"value":[18446744073709551615]})");
 }
 
-TEST_F(JsonTest, Logicals) {
+TEST_F(QfsJsonTest, Logicals) {
     EXPECT_EQ(line("[true; false]"), R"({"class":"logical","size":[2,1],"value":[true,false]})");
 }
 
-TEST_F(JsonTest, CharIsOneStringInColumnMajorOrder) {
+TEST_F(QfsJsonTest, CharIsOneStringInColumnMajorOrder) {
     EXPECT_EQ(line("['ab'; 'cd']"), R"({"class":"char","size":[2,2],"value":"acbd"})");
     EXPECT_EQ(line("''"), R"({"class":"char","size":[0,0],"value":""})");
     EXPECT_EQ(line("'\xc3\xa9'"), "{\"class\":\"char\",\"size\":[1,1],\"value\":\"\xc3\xa9\"}");
 }
 
-TEST_F(JsonTest, StringsWithNullForMissing) {
+TEST_F(QfsJsonTest, StringsWithNullForMissing) {
     EXPECT_EQ(line("[\"a\" missing \"\"]"),
               R"({"class":"string","size":[1,3],"value":["a",null,""]})");
     EXPECT_EQ(line("strings(0, 2)"), R"({"class":"string","size":[0,2],"value":[]})");
 }
 
-TEST_F(JsonTest, CellsNestValuesAndWriteEmptySlotsAsNull) {
+TEST_F(QfsJsonTest, CellsNestValuesAndWriteEmptySlotsAsNull) {
     EXPECT_EQ(line("cell(1, 2)"), R"({"class":"cell","size":[1,2],"value":[null,null]})");
     EXPECT_EQ(
         line("{1; {'x'}}"),
@@ -70,7 +70,7 @@ TEST_F(JsonTest, CellsNestValuesAndWriteEmptySlotsAsNull) {
         R"({"class":"cell","size":[1,1],"value":[{"class":"char","size":[1,1],"value":"x"}]}]})");
 }
 
-TEST_F(JsonTest, StructArraysListFieldsThenOneObjectPerElement) {
+TEST_F(QfsJsonTest, StructArraysListFieldsThenOneObjectPerElement) {
     EXPECT_EQ(line("[struct('Name', \"a\", 'Size', 1); struct('Name', missing, 'Size', NaN)]"),
               R"({"class":"struct","size":[2,1],"fields":["Name","Size"],"value":[)"
               R"({"Name":{"class":"string","size":[1,1],"value":["a"]},)"
@@ -87,16 +87,16 @@ TEST_F(JsonTest, StructArraysListFieldsThenOneObjectPerElement) {
               R"({"class":"struct","size":[0,0],"fields":["Name","Cause"],"value":[]})");
 }
 
-TEST_F(JsonTest, ThreeDimensionalSizes) {
+TEST_F(QfsJsonTest, ThreeDimensionalSizes) {
     EXPECT_EQ(line("reshape([true false true false], 1, 2, 2)"),
               R"({"class":"logical","size":[1,2,2],"value":[true,false,true,false]})");
     EXPECT_EQ(line("zeros(2, 2, 1)"),
               R"({"class":"double","size":[2,2],"value":[0.0,0.0,0.0,0.0]})");
 }
 
-TEST_F(JsonTest, NullValueIsNull) { EXPECT_EQ(jsonLine(toJson(nullptr)), "null"); }
+TEST_F(QfsJsonTest, NullValueIsNull) { EXPECT_EQ(jsonLine(toJson(nullptr)), "null"); }
 
-TEST_F(JsonTest, TextThatIsNotUtf8IsReplacedNotThrown) {
+TEST_F(QfsJsonTest, TextThatIsNotUtf8IsReplacedNotThrown) {
     // A file name byte that is not UTF-8 travels as an escaped code unit; JSON cannot carry
     // it, so it becomes U+FFFD and the rest of the line survives.
     auto s =
@@ -112,7 +112,7 @@ TEST_F(JsonTest, TextThatIsNotUtf8IsReplacedNotThrown) {
     EXPECT_EQ(out, "{\"class\":\"char\",\"size\":[1,2],\"value\":\"x\xef\xbf\xbd\"}");
 }
 
-TEST(JsonErrorTest, ArgumentsKeepTheirKinds) {
+TEST(QfsJsonErrorTest, ArgumentsKeepTheirKinds) {
     const std::vector<resource_core::MessageArg> args{std::int64_t{12}, std::string("8-bit"),
                                                       fl::ustring(u"UTF-16 \u00e9")};
     EXPECT_EQ(jsonLine(qfs::errorJson("QUORIN:x:y", "text", args)),

@@ -39,9 +39,9 @@ long long errorColumn(const std::string& text, bool statement = false) {
     return -1;
 }
 
-class ParserTest : public LiveArrayTest {};
+class QfsParserTest : public LiveArrayTest {};
 
-TEST_F(ParserTest, CharLiteralsDoubleTheirQuotesAndEmptyIsZeroByZero) {
+TEST_F(QfsParserTest, CharLiteralsDoubleTheirQuotesAndEmptyIsZeroByZero) {
     auto a = parseValue("'it''s'");
     ASSERT_TRUE(vqIsChar(a.get()));
     EXPECT_EQ(dimsOf(a.get()), (Dims{1, 4}));
@@ -55,7 +55,7 @@ TEST_F(ParserTest, CharLiteralsDoubleTheirQuotesAndEmptyIsZeroByZero) {
     EXPECT_EQ(charsOf(quotes.get()), u"say \"x\"");
 }
 
-TEST_F(ParserTest, CharLiteralsAreUtf16InsideAndKeepBytesThatAreNotUtf8) {
+TEST_F(QfsParserTest, CharLiteralsAreUtf16InsideAndKeepBytesThatAreNotUtf8) {
     auto accent = parseValue("'\xc3\xa9t\xc3\xa9'");
     EXPECT_EQ(charsOf(accent.get()), u"\u00e9t\u00e9");
     auto astral = parseValue("'\xf0\x9f\x98\x80'");
@@ -64,7 +64,7 @@ TEST_F(ParserTest, CharLiteralsAreUtf16InsideAndKeepBytesThatAreNotUtf8) {
     EXPECT_EQ(charsOf(raw.get()), (fl::ustring{u'a', char16_t{0xDCFF}, u'z'}));
 }
 
-TEST_F(ParserTest, StringLiteralsDoubleTheirQuotesAndEmptyIsNotMissing) {
+TEST_F(QfsParserTest, StringLiteralsDoubleTheirQuotesAndEmptyIsNotMissing) {
     auto s = parseValue("\"say \"\"hi\"\"\"");
     ASSERT_TRUE(Hexfarrow::String::isString(s.get()));
     EXPECT_EQ(stringsOf(s.get()), (std::vector<StringElement>{u"say \"hi\""}));
@@ -77,7 +77,7 @@ TEST_F(ParserTest, StringLiteralsDoubleTheirQuotesAndEmptyIsNotMissing) {
     EXPECT_EQ(stringsOf(m.get()), (std::vector<StringElement>{std::nullopt}));
 }
 
-TEST_F(ParserTest, NumbersNaNAndInf) {
+TEST_F(QfsParserTest, NumbersNaNAndInf) {
     struct Row {
         const char* text;
         double value;
@@ -97,7 +97,7 @@ TEST_F(ParserTest, NumbersNaNAndInf) {
     }
 }
 
-TEST_F(ParserTest, LogicalLiterals) {
+TEST_F(QfsParserTest, LogicalLiterals) {
     auto t = parseValue("true");
     auto f = parseValue("false");
     ASSERT_TRUE(vqIsLogical(t.get()));
@@ -105,7 +105,7 @@ TEST_F(ParserTest, LogicalLiterals) {
     EXPECT_EQ(logicalsOf(f.get()), std::vector<bool>{false});
 }
 
-TEST_F(ParserTest, BracketsConcatenateNumbersInColumnMajorOrder) {
+TEST_F(QfsParserTest, BracketsConcatenateNumbersInColumnMajorOrder) {
     auto empty = parseValue("[]");
     EXPECT_TRUE(vqIsDouble(empty.get()));
     EXPECT_EQ(dimsOf(empty.get()), (Dims{0, 0}));
@@ -133,7 +133,7 @@ TEST_F(ParserTest, BracketsConcatenateNumbersInColumnMajorOrder) {
     EXPECT_EQ(dimsOf(trailing.get()), (Dims{1, 2}));
 }
 
-TEST_F(ParserTest, BracketsConcatenateLogicalsStringsAndCharRows) {
+TEST_F(QfsParserTest, BracketsConcatenateLogicalsStringsAndCharRows) {
     auto l = parseValue("[true false; false true]");
     ASSERT_TRUE(vqIsLogical(l.get()));
     EXPECT_EQ(logicalsOf(l.get()), (std::vector<bool>{true, false, false, true}));
@@ -152,7 +152,7 @@ TEST_F(ParserTest, BracketsConcatenateLogicalsStringsAndCharRows) {
     EXPECT_EQ(charsOf(matrix.get()), u"acebdf");
 }
 
-TEST_F(ParserTest, BracketsMakeStructArraysFromStructsWithTheSameFields) {
+TEST_F(QfsParserTest, BracketsMakeStructArraysFromStructsWithTheSameFields) {
     auto row = parseValue("[struct('a', 1, 'b', 'x') struct('b', 'y', 'a', 2)]");
     ASSERT_TRUE(vqIsStruct(row.get()));
     EXPECT_EQ(dimsOf(row.get()), (Dims{1, 2}));
@@ -166,7 +166,7 @@ TEST_F(ParserTest, BracketsMakeStructArraysFromStructsWithTheSameFields) {
     EXPECT_EQ(doublesOf(vqGetField(column.get(), 2, "a")), std::vector<double>{3});
 }
 
-TEST_F(ParserTest, CellsHoldAnyValueAndNest) {
+TEST_F(QfsParserTest, CellsHoldAnyValueAndNest) {
     auto empty = parseValue("{}");
     ASSERT_TRUE(vqIsCell(empty.get()));
     EXPECT_EQ(dimsOf(empty.get()), (Dims{0, 0}));
@@ -186,7 +186,7 @@ TEST_F(ParserTest, CellsHoldAnyValueAndNest) {
     EXPECT_EQ(dimsOf(joined.get()), (Dims{1, 3}));
 }
 
-TEST_F(ParserTest, StructLiteralKeepsFieldOrderAndTakesAnyValue) {
+TEST_F(QfsParserTest, StructLiteralKeepsFieldOrderAndTakesAnyValue) {
     auto s = parseValue("struct('Zeta', [1 2], \"Alpha\", {'x'}, 'Mid', struct())");
     ASSERT_TRUE(vqIsStruct(s.get()));
     EXPECT_EQ(dimsOf(s.get()), (Dims{1, 1}));
@@ -197,7 +197,7 @@ TEST_F(ParserTest, StructLiteralKeepsFieldOrderAndTakesAnyValue) {
     EXPECT_EQ(vqGetNumberOfFields(mid), 0);
 }
 
-TEST_F(ParserTest, SizedConstructors) {
+TEST_F(QfsParserTest, SizedConstructors) {
     auto s = parseValue("strings(2, 3)");
     EXPECT_EQ(dimsOf(s.get()), (Dims{2, 3}));
     EXPECT_EQ(stringsOf(s.get()), std::vector<StringElement>(6, u""));
@@ -219,7 +219,7 @@ TEST_F(ParserTest, SizedConstructors) {
     EXPECT_EQ(dimsOf(cube.get()), (Dims{2, 1, 3}));
 }
 
-TEST_F(ParserTest, ReshapeLogicalAndRepmat) {
+TEST_F(QfsParserTest, ReshapeLogicalAndRepmat) {
     auto r = parseValue("reshape([1 2 3 4 5 6 7 8], 2, 2, 2)");
     EXPECT_EQ(dimsOf(r.get()), (Dims{2, 2, 2}));
     EXPECT_EQ(doublesOf(r.get()), (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8}));
@@ -249,7 +249,7 @@ TEST_F(ParserTest, ReshapeLogicalAndRepmat) {
     EXPECT_NE(vqGetField(structs.get(), 0, "a"), vqGetField(structs.get(), 1, "a"));
 }
 
-TEST_F(ParserTest, ErrorsNameTheColumnWhereTheProblemStarts) {
+TEST_F(QfsParserTest, ErrorsNameTheColumnWhereTheProblemStarts) {
     struct Row {
         const char* text;
         long long column;
@@ -299,7 +299,7 @@ TEST_F(ParserTest, ErrorsNameTheColumnWhereTheProblemStarts) {
     }
 }
 
-TEST_F(ParserTest, StatementsWithOutputsArgumentsAndSuppression) {
+TEST_F(QfsParserTest, StatementsWithOutputsArgumentsAndSuppression) {
     Statement a = parseStatement("x = pathFcn(\"a/b\", 'unix');  % split it");
     EXPECT_EQ(a.kind, Statement::Kind::Call);
     EXPECT_EQ(a.name, "pathFcn");
@@ -325,7 +325,7 @@ TEST_F(ParserTest, StatementsWithOutputsArgumentsAndSuppression) {
     EXPECT_TRUE(d.args.empty());
 }
 
-TEST_F(ParserTest, EmptyLinesCommentsAndHelp) {
+TEST_F(QfsParserTest, EmptyLinesCommentsAndHelp) {
     EXPECT_EQ(parseStatement("").kind, Statement::Kind::Empty);
     EXPECT_EQ(parseStatement("   \t").kind, Statement::Kind::Empty);
     EXPECT_EQ(parseStatement("% createFileURL('x')").kind, Statement::Kind::Empty);
@@ -338,7 +338,7 @@ TEST_F(ParserTest, EmptyLinesCommentsAndHelp) {
     EXPECT_EQ(one.name, "pathFcn");
 }
 
-TEST_F(ParserTest, StatementErrorsNameTheColumn) {
+TEST_F(QfsParserTest, StatementErrorsNameTheColumn) {
     struct Row {
         const char* text;
         long long column;
@@ -363,7 +363,7 @@ TEST_F(ParserTest, StatementErrorsNameTheColumn) {
     }
 }
 
-TEST_F(ParserTest, FailedParsesReleaseWhatTheyBuilt) {
+TEST_F(QfsParserTest, FailedParsesReleaseWhatTheyBuilt) {
     LiveArrayGuard guard;
     for (const char* text : {"f({1, 'a', [1 2 3], struct('a', {2})}, [1 'x'])",
                              "f(strings(3), cell(2), reshape([1 2], 3, 1))",
@@ -378,7 +378,7 @@ TEST_F(ParserTest, FailedParsesReleaseWhatTheyBuilt) {
 
 namespace {
 
-TEST(ParserLimitsTest, DeepNestingIsAParseErrorNotAStackOverflow) {
+TEST(QfsParserLimitsTest, DeepNestingIsAParseErrorNotAStackOverflow) {
     const std::string deep = std::string(100000, '[') + "1" + std::string(100000, ']');
     EXPECT_EQ(errorColumn(deep), 201);
     const std::string cells = "f(" + std::string(5000, '{') + std::string(5000, '}') + ")";
