@@ -19,6 +19,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -173,6 +174,29 @@ TEST_F(FileProvider, PermissionBitsAreObeyed) {
         EXPECT_FALSE(File(writeonly, storage).getAttributes().isReadable());
     });
     EXPECT_EQ(tree_.snapshot(), before);
+}
+
+TEST_F(FileProvider, OpeningAFifoForReadingDoesNotWaitForAWriter) {
+    ASSERT_EQ(::mkfifo(tree_.path("fifo").c_str(), 0600), 0);
+    vfs::IODevice device(File(at("fifo"), storage_));
+    std::byte buffer[4];
+    EXPECT_EQ(device.read(buffer), 0U);  // no writer: end of data at once
+    EXPECT_EQ(vfs::existsExtended(at("fifo"), storage_), ExistenceTypeExtended::File);
+    EXPECT_EQ(Folder(at(""), storage_).listAll()[0].getKind(), ListEntry::Kind::Other);
+}
+
+TEST_F(FileProvider, AttributesFollowLinks) {
+    tree_.makeFile("f", "123");
+    tree_.makeLink("f", "link");
+    const struct timespec times[2] = {{1000000000, 0}, {1234567890, 123456789}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, tree_.path("f").c_str(), times, 0), 0);
+    const vfs::FileAttributes a = File(at("link"), storage_).getAttributes();
+    EXPECT_EQ(a.getSize(), 3U);
+    EXPECT_EQ(a.getLastModified(), 1234567890123456789LL);
+    EXPECT_TRUE(a.isReadable());
+    EXPECT_TRUE(a.isWritable());
+    tree_.makeLink("missing", "dangling");
+    EXPECT_EQ(codeOf([&] { (void)File(at("dangling"), storage_).getAttributes(); }), 4);
 }
 
 // Restores the real system calls however the test ends.
