@@ -60,6 +60,7 @@ protected:
         const auto err = tree_.path("run" + n + ".err");
         args.insert(args.begin(), QFS_BINARY);
         std::vector<char*> argv;
+        argv.reserve(args.size() + 1);
         for (auto& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
         std::vector<std::string> environment{"LANG=C", "HOME=" + tree_.root().string(),
@@ -72,6 +73,7 @@ protected:
             environment.push_back(e);
         }
         std::vector<char*> envp;
+        envp.reserve(environment.size() + 1);
         for (auto& e : environment) envp.push_back(e.data());
         envp.push_back(nullptr);
 
@@ -168,7 +170,7 @@ TEST_F(QfsTest, RelativepathIsCalledThroughItsOwnParameterType) {
 }
 
 TEST_F(QfsTest, ManyTextArgumentsReachTheGatewayInColumnMajorOrder) {
-    const Result r = fixture({"tf = isAbsolutePathNoIOFcn([\"/a\" \"b\"; missing \"/c\"])"});
+    const Result r = fixture({R"(tf = isAbsolutePathNoIOFcn(["/a" "b"; missing "/c"]))"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "tf =\n  2\u00d72 logical array\n    1   0\n    0   1\n");
 }

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <string>
 
 namespace {
@@ -39,6 +40,8 @@ long long errorColumn(const std::string& text, bool statement = false) {
     return -1;
 }
 
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
 class QfsParserTest : public LiveArrayTest {};
 
 TEST_F(QfsParserTest, CharLiteralsDoubleTheirQuotesAndEmptyIsZeroByZero) {
@@ -65,7 +68,7 @@ TEST_F(QfsParserTest, CharLiteralsAreUtf16InsideAndKeepBytesThatAreNotUtf8) {
 }
 
 TEST_F(QfsParserTest, StringLiteralsDoubleTheirQuotesAndEmptyIsNotMissing) {
-    auto s = parseValue("\"say \"\"hi\"\"\"");
+    auto s = parseValue(R"("say ""hi""")");
     ASSERT_TRUE(Hexfarrow::String::isString(s.get()));
     EXPECT_EQ(stringsOf(s.get()), (std::vector<StringElement>{u"say \"hi\""}));
 
@@ -84,7 +87,7 @@ TEST_F(QfsParserTest, NumbersNaNAndInf) {
     };
     for (const Row& r :
          {Row{"1", 1}, Row{"-2.5e3", -2500}, Row{".5", 0.5}, Row{"+3", 3}, Row{"1E-3", 0.001},
-          Row{"Inf", INFINITY}, Row{"-Inf", -INFINITY}, Row{"007", 7}, Row{"1e999", INFINITY}}) {
+          Row{"Inf", kInf}, Row{"-Inf", -kInf}, Row{"007", 7}, Row{"1e999", kInf}}) {
         SCOPED_TRACE(r.text);
         auto a = parseValue(r.text);
         ASSERT_TRUE(vqIsDouble(a.get()));
@@ -138,7 +141,7 @@ TEST_F(QfsParserTest, BracketsConcatenateLogicalsStringsAndCharRows) {
     ASSERT_TRUE(vqIsLogical(l.get()));
     EXPECT_EQ(logicalsOf(l.get()), (std::vector<bool>{true, false, false, true}));
 
-    auto s = parseValue("[\"a\" missing; \"\" \"d\"]");
+    auto s = parseValue(R"(["a" missing; "" "d"])");
     ASSERT_TRUE(Hexfarrow::String::isString(s.get()));
     EXPECT_EQ(dimsOf(s.get()), (Dims{2, 2}));
     EXPECT_EQ(stringsOf(s.get()), (std::vector<StringElement>{u"a", u"", std::nullopt, u"d"}));
@@ -224,7 +227,7 @@ TEST_F(QfsParserTest, ReshapeLogicalAndRepmat) {
     EXPECT_EQ(dimsOf(r.get()), (Dims{2, 2, 2}));
     EXPECT_EQ(doublesOf(r.get()), (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8}));
 
-    auto sr = parseValue("reshape([\"a\" missing \"c\" \"d\"], 2, 1, 2)");
+    auto sr = parseValue(R"(reshape(["a" missing "c" "d"], 2, 1, 2))");
     EXPECT_EQ(dimsOf(sr.get()), (Dims{2, 1, 2}));
     EXPECT_EQ(stringsOf(sr.get()), (std::vector<StringElement>{u"a", std::nullopt, u"c", u"d"}));
 

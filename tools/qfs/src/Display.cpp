@@ -23,7 +23,7 @@ std::string formatNumber(double v) {
     }
     char buf[32];
     const auto r = std::to_chars(buf, buf + sizeof buf, v);
-    return std::string(buf, r.ptr);
+    return {buf, r.ptr};
 }
 
 namespace {
@@ -46,13 +46,13 @@ std::string numericElement(const vqArray* a, std::size_t k) {
         case vqDOUBLE_CLASS:
             return formatNumber(vqGetPr(a)[k]);
         case vqSINGLE_CLASS: {
-            const float f = load<float>(a, k);
+            const auto f = load<float>(a, k);
             if (std::isnan(f) || std::isinf(f) || f == std::floor(f)) {
                 return formatNumber(static_cast<double>(f));
             }
             char buf[32];
             const auto r = std::to_chars(buf, buf + sizeof buf, f);
-            return std::string(buf, r.ptr);
+            return {buf, r.ptr};
         }
         case vqLOGICAL_CLASS:
             return vqGetLogicals(a)[k] ? "1" : "0";

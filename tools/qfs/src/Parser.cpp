@@ -356,6 +356,7 @@ Parsed Parser::bracketed(char open) {
             continue;
         }
         std::vector<const vqArray*> pieces;
+        pieces.reserve(r.size());
         for (const auto& p : r) pieces.push_back(p.value.get());
         std::size_t failed = 0;
         try {
@@ -366,6 +367,7 @@ Parsed Parser::bracketed(char open) {
     }
     if (joined.size() == 1) return {std::move(joined.front().value), start};
     std::vector<const vqArray*> pieces;
+    pieces.reserve(joined.size());
     for (const auto& p : joined) pieces.push_back(p.value.get());
     std::size_t failed = 0;
     try {
