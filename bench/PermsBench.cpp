@@ -1,0 +1,78 @@
+// The permission change on a whole tree, run by bench/run next to `chmod -R` on the same
+// tree ($ZKFS_BENCH_DATA, 100,000 entries).
+//
+// BM_ModifyPerms_<Scope><Walk>: one modifyPerms_impl call (one output, so failures are
+// collected rather than thrown) over the tree with scope "all" or "files". The request
+// picks the walk: "Readable" true (top-down), false (bottom-up) or absent (flat); each
+// also names one more bit so the peer's mode string is the same change. Every iteration
+// applies the same change again, as a repeated `chmod -R` does.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "fl/i18n/unicode.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+#include "vq/vqArray.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::size_t countEntries(const fs::path& root) {
+    std::size_t n = 0;
+    std::error_code ec;
+    for (fs::recursive_directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) ++n;
+    return n;
+}
+
+void modifyTree(benchmark::State& state, std::vector<std::pair<std::string, bool>> request,
+                const char16_t* scope) {
+    const char* data = std::getenv("ZKFS_BENCH_DATA");
+    if (data == nullptr) {
+        state.SkipWithError("ZKFS_BENCH_DATA is not set (run through bench/run)");
+        return;
+    }
+    const std::size_t entries = countEntries(data);
+
+    std::vector<std::string> names;
+    for (const auto& entry : request) names.push_back(entry.first);
+    unique_vqarray_ptr location = vqCreateString(fl::i18n::to_ustring(data));
+    unique_vqarray_ptr type = vqCreateString(u"Folder");
+    unique_vqarray_ptr req = vqCreateStructArray({1, 1}, names);
+    for (const auto& [name, value] : request) {
+        vqSetField(req.get(), 0, name.c_str(), vqCreateLogicalScalar(value).release());
+    }
+    unique_vqarray_ptr unused = vqCreateLogicalScalar(false);
+    unique_vqarray_ptr scopeText = vqCreateString(scope);
+    const vqArray* args[] = {location.get(), type.get(), req.get(), unused.get(), scopeText.get()};
+
+    for (auto _ : state) {
+        unique_vqarray_ptr failures;
+        modifyPerms_impl(1, &failures, 5, args);
+        if (failures == nullptr || vqGetNumberOfElements(failures.get()) != 0) {
+            state.SkipWithError("the change reported failures");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(entries));
+}
+
+// A tree of 100,000 entries takes a fraction of a second: a few rounds are plenty.
+#define ZKFS_PERMS_BENCH(NAME, SCOPE, ...)                                               \
+    void NAME(benchmark::State& state) { modifyTree(state, {__VA_ARGS__}, SCOPE); }      \
+    BENCHMARK(NAME)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime()
+
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllTopDown, u"all", {"Readable", true}, {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllBottomUp, u"all", {"Readable", false}, {"OtherRead", false});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllFlat, u"all", {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesTopDown, u"files", {"Readable", true}, {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesBottomUp, u"files", {"Readable", false}, {"OtherRead", false});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesFlat, u"files", {"GroupWrite", true});
+
+}  // namespace
