@@ -1,14 +1,14 @@
 // Storage cases. Each reads the data folder that bench/run made from ZKFS_BENCH_DATA
 // and reports items processed, so bench/run can give a time per element.
-#include <cstdlib>
-#include <string>
-
-#include <benchmark/benchmark.h>
-
 #include "Hexfarrow/PathManagement/PathManagement.hpp"
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Folder.hpp"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <string>
 
 namespace {
 

@@ -1,11 +1,11 @@
 // Every identifier the storage and path layers raise has an English text whose holes
 // match its arguments.
-#include <string>
-#include <vector>
+#include "fl/i18n/MessageCatalog.hpp"
 
 #include <gtest/gtest.h>
 
-#include "fl/i18n/MessageCatalog.hpp"
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -15,11 +15,11 @@ struct Identifier {
 };
 
 const std::vector<Identifier> identifiers = {
-    {"QUORIN:storage:invalidLocation", 1}, {"QUORIN:storage:permissionDenied", 1},
-    {"QUORIN:storage:alreadyExists", 1},   {"QUORIN:storage:notFound", 1},
-    {"QUORIN:storage:ioError", 2},         {"QUORIN:storage:invalidIRI", 1},
+    {"QUORIN:storage:invalidLocation", 1},   {"QUORIN:storage:permissionDenied", 1},
+    {"QUORIN:storage:alreadyExists", 1},     {"QUORIN:storage:notFound", 1},
+    {"QUORIN:storage:ioError", 2},           {"QUORIN:storage:invalidIRI", 1},
     {"QUORIN:storage:unsupportedScheme", 2}, {"QUORIN:filesystem:accessDenied", 1},
-    {"QUORIN:filesystem:pathNotFound", 1}, {"QUORIN:filesystem:systemError", 3},
+    {"QUORIN:filesystem:pathNotFound", 1},   {"QUORIN:filesystem:systemError", 3},
 };
 
 TEST(StorageCatalog, EveryIdentifierHasAnEnglishTextWithItsHoles) {

@@ -1,21 +1,22 @@
 // The "file" provider against a real tree: links, names that are not UTF-8, permission
 // bits (without root's privileges), and faults injected through the system-call seam.
+#include "SystemCalls.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
-#include "SystemCalls.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "foundation/storage/vfs/vfs.hpp"
-#include "zkfs/test/Errors.hpp"
-#include "zkfs/test/TempTree.hpp"
-#include "zkfs/test/Unprivileged.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -41,13 +42,15 @@ protected:
         std::vector<std::string> out;
         const std::string root = tree_.root().string() + "/";
         for (const ListEntry& e : listing) {
-            out.push_back(fl::i18n::to_utf8(vfs::fromAbsoluteIRI(e.getLocation())).substr(root.size()));
+            out.push_back(
+                fl::i18n::to_utf8(vfs::fromAbsoluteIRI(e.getLocation())).substr(root.size()));
         }
         return out;
     }
 
     zkfs::test::TempTree tree_;
-    vfs::StorageSystemReference storage_ = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+    vfs::StorageSystemReference storage_ =
+        Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
 };
 
 int codeOf(const std::function<void()>& call) {
@@ -102,14 +105,13 @@ TEST_F(FileProvider, RemovingALinkKeepsItsTarget) {
 
 TEST_F(FileProvider, ListingNeverDescendsThroughLinks) {
     tree_.makeFile("d/sub/f");
-    tree_.makeLink("..", "d/sub/up");       // a loop back to d
-    tree_.makeLink("self", "d/self");       // a link to itself
+    tree_.makeLink("..", "d/sub/up");  // a loop back to d
+    tree_.makeLink("self", "d/self");  // a link to itself
     tree_.makeLink("sub", "d/link-to-sub");
     tree_.makeLink(tree_.root().string(), "d/sub/root");
     const vfs::FolderListing all = Folder(at(""), storage_).listAllRecursive();
-    EXPECT_EQ(relativeNames(all),
-              (std::vector<std::string>{"d", "d/link-to-sub", "d/self", "d/sub", "d/sub/f",
-                                        "d/sub/root", "d/sub/up"}));
+    EXPECT_EQ(relativeNames(all), (std::vector<std::string>{"d", "d/link-to-sub", "d/self", "d/sub",
+                                                            "d/sub/f", "d/sub/root", "d/sub/up"}));
     std::vector<ListEntry::Kind> kinds;
     for (const ListEntry& e : all) kinds.push_back(e.getKind());
     using K = ListEntry::Kind;

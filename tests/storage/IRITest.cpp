@@ -1,24 +1,25 @@
 // IRIs: construction, percent-encoding, RFC 3986 resolution, parents, file paths.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "zkfs/test/Errors.hpp"
 
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
-#include "zkfs/test/Errors.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 
+using fl::i18n::to_ustring;
+using fl::i18n::to_utf8;
 using foundation::storage::vfs::AbsoluteIRI;
 using foundation::storage::vfs::fromAbsoluteIRI;
 using foundation::storage::vfs::hasIRIPrefix;
 using foundation::storage::vfs::InvalidIRIException;
 using foundation::storage::vfs::toAbsoluteIRI;
 using foundation::storage::vfs::UnsupportedIRISchemeException;
-using fl::i18n::to_ustring;
-using fl::i18n::to_utf8;
 
 std::string text(const AbsoluteIRI& iri) { return to_utf8(iri.toString()); }
 
@@ -231,11 +232,16 @@ TEST(Parents, ParentDropsLastSegmentQueryAndFragment) {
         const char* parent;  // nullptr: no parent
     };
     const std::vector<Row> rows = {
-        {u"file:///a/b", "file:///a"},     {u"file:///a/b/", "file:///a"},
-        {u"file:///a", "file:///"},        {u"file:///", nullptr},
-        {u"file://", nullptr},             {u"http://h", nullptr},
-        {u"http://h/x?q#f", "http://h/"},  {u"mem://root/x/y", "mem://root/x"},
-        {u"mem://root/x", "mem://root/"},  {u"urn:isbn:1234", nullptr},
+        {u"file:///a/b", "file:///a"},
+        {u"file:///a/b/", "file:///a"},
+        {u"file:///a", "file:///"},
+        {u"file:///", nullptr},
+        {u"file://", nullptr},
+        {u"http://h", nullptr},
+        {u"http://h/x?q#f", "http://h/"},
+        {u"mem://root/x/y", "mem://root/x"},
+        {u"mem://root/x", "mem://root/"},
+        {u"urn:isbn:1234", nullptr},
         {u"file:///a%2Fb/c", "file:///a%2Fb"},
     };
     for (const auto& row : rows) {

@@ -1,19 +1,20 @@
 // The path layer (fl::filesystem) and the path/IRI helpers of PathManagement.
-#include <cerrno>
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
 
 #include "Hexfarrow/PathManagement/PathManagement.hpp"
 #include "fl/filesystem/filesystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
-#include "zkfs/test/Errors.hpp"
-#include "zkfs/test/TempTree.hpp"
-#include "zkfs/test/Unprivileged.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -199,9 +200,9 @@ TEST(PathManagement, StringsAndIRIs) {
     using Hexfarrow::PathManagement::GetStringFromIRI;
     zkfs::test::TempTree tree;
     CurrentFolder here(tree.root());
-    EXPECT_EQ(GetIRIFromString(u"a b/./c").toString(),
-              foundation::storage::vfs::toAbsoluteIRI(u"file", tree.upath("") + u"/a b/c")
-                  .toString());
+    EXPECT_EQ(
+        GetIRIFromString(u"a b/./c").toString(),
+        foundation::storage::vfs::toAbsoluteIRI(u"file", tree.upath("") + u"/a b/c").toString());
     EXPECT_EQ(GetIRIFromString(u"/x//y#1").toString(), u"file:///x/y%231");
     EXPECT_EQ(GetIRIFromString(u"http://h/a b").toString(), u"http://h/a%20b");
     EXPECT_EQ(GetIRIFromString(u"mem://root/x").toString(), u"mem://root/x");

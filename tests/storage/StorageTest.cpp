@@ -1,20 +1,21 @@
 // The storage operations, run the same way over the "file" and "mem" providers: both
 // must give the same answers.
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/TempTree.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/provider/MemProvider.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "foundation/storage/provider/MemProvider.hpp"
-#include "foundation/storage/vfs/vfs.hpp"
-#include "zkfs/test/Errors.hpp"
-#include "zkfs/test/TempTree.hpp"
 
 namespace {
 
@@ -80,8 +81,8 @@ protected:
         for (const vfs::ListEntry& e : listing) {
             const std::string& text = e.getLocation().toEncodedString();
             EXPECT_EQ(text.rfind(prefix, 0), 0U) << text;
-            out.push_back(utf8(e.getLocation().getDecodedPath()).substr(
-                utf8(base_->getDecodedPath()).size() + 1));
+            out.push_back(utf8(e.getLocation().getDecodedPath())
+                              .substr(utf8(base_->getDecodedPath()).size() + 1));
         }
         return out;
     }
@@ -90,7 +91,8 @@ protected:
         return AbsoluteIRI(GetParam() == "mem" ? u"mem://elsewhere/x" : u"file://");
     }
 
-    vfs::StorageSystemReference storage_ = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+    vfs::StorageSystemReference storage_ =
+        Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
     std::unique_ptr<zkfs::test::TempTree> tree_;
     std::unique_ptr<AbsoluteIRI> base_;
 };
@@ -157,14 +159,14 @@ TEST_P(StorageTest, FoldersOneLevelAndRecursive) {
 
 TEST_P(StorageTest, ListingsAreSortedByUtf16CodeUnits) {
     // U+FF21 sorts after the surrogate pair of U+1F600 in UTF-16, before it in UTF-8.
-    for (const char16_t* name : {u"b", u"a", u"B", u"_", u"\u00e4", u"Z10", u"Z9",
-                                 u"\U0001F600", u"\uFF21", u"a b", u"a%b", u"a#b"}) {
+    for (const char16_t* name : {u"b", u"a", u"B", u"_", u"\u00e4", u"Z10", u"Z9", u"\U0001F600",
+                                 u"\uFF21", u"a b", u"a%b", u"a#b"}) {
         file(name).createFile();
     }
     folder(u"m").createFolder();
-    const std::vector<std::string> expected = {
-        "B", "Z10", "Z9", "_", "a", "a b", "a#b", "a%b", "b", "m", "\u00e4",
-        "\U0001F600", "\uFF21"};
+    const std::vector<std::string> expected = {"B",      "Z10",        "Z9",    "_", "a",
+                                               "a b",    "a#b",        "a%b",   "b", "m",
+                                               "\u00e4", "\U0001F600", "\uFF21"};
     EXPECT_EQ(names(folder(u"").listAll()), expected);
 
     std::vector<std::string> files = expected;
@@ -194,9 +196,8 @@ TEST_P(StorageTest, RecursiveListingIsPreOrder) {
     file(u"a/y/z").createFile();
     file(u"b").createFile();
     file(u"a/y/deep/leaf").createFile();
-    const std::vector<std::string> expected = {"a",           "a/x",           "a/y",
-                                               "a/y/deep",    "a/y/deep/leaf", "a/y/z",
-                                               "b",           "c"};
+    const std::vector<std::string> expected = {"a",     "a/x", "a/y", "a/y/deep", "a/y/deep/leaf",
+                                               "a/y/z", "b",   "c"};
     EXPECT_EQ(names(folder(u"").listAllRecursive()), expected);
     EXPECT_EQ(names(folder(u"a").listAllRecursive()),
               (std::vector<std::string>{"a/x", "a/y", "a/y/deep", "a/y/deep/leaf", "a/y/z"}));
@@ -209,8 +210,7 @@ TEST_P(StorageTest, PatternsFilterWhatIsReported) {
     file(u"d.txt/in.csv").createFile();
     file(u"top.txt").createFile();
     file(u"top.csv").createFile();
-    EXPECT_EQ(names(folder(u"").listAll(u"*.txt")),
-              (std::vector<std::string>{"d.txt", "top.txt"}));
+    EXPECT_EQ(names(folder(u"").listAll(u"*.txt")), (std::vector<std::string>{"d.txt", "top.txt"}));
     EXPECT_EQ(names(folder(u"").listFiles(u"*.txt")), (std::vector<std::string>{"top.txt"}));
     EXPECT_EQ(names(folder(u"").listAllRecursive(u"*.csv")),
               (std::vector<std::string>{"d.txt/in.csv", "top.csv"}));
@@ -277,9 +277,8 @@ INSTANTIATE_TEST_SUITE_P(Providers, StorageTest, ::testing::Values("file", "mem"
 TEST(UnsupportedScheme, EveryOperationRefusesIt) {
     const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
     const AbsoluteIRI cloud(u"s3://bucket/key");
-    EXPECT_IDENTIFIED_ERROR(File(cloud, storage).createFile(),
-                            "QUORIN:storage:unsupportedScheme", fl::ustring(u"s3://bucket/key"),
-                            fl::ustring(u"s3"));
+    EXPECT_IDENTIFIED_ERROR(File(cloud, storage).createFile(), "QUORIN:storage:unsupportedScheme",
+                            fl::ustring(u"s3://bucket/key"), fl::ustring(u"s3"));
     EXPECT_THROW((void)vfs::exists(cloud, storage), vfs::UnsupportedIRISchemeException);
     EXPECT_THROW((void)Folder(cloud, storage).listAll(), vfs::UnsupportedIRISchemeException);
     // Scheme names are case-insensitive.
@@ -304,9 +303,9 @@ TEST_F(MemStorage, ReadOnlyFoldersRefuseChangesButNotReading) {
                             fl::ustring(u"mem://root/ro/new"));
     EXPECT_EQ(codeOf([&] { Folder(ro.getChild(u"sub"), storage_).createFolder(); }), 2);
     EXPECT_EQ(codeOf([&] { File(ro.getChild(u"f"), storage_).removeFile(); }), 2);
-    EXPECT_EQ(codeOf([&] { IODevice d(File(ro.getChild(u"f"), storage_),
-                                      IODevice::OpenMode::Write); }),
-              2);
+    EXPECT_EQ(
+        codeOf([&] { IODevice d(File(ro.getChild(u"f"), storage_), IODevice::OpenMode::Write); }),
+        2);
     EXPECT_FALSE(File(ro.getChild(u"f"), storage_).getAttributes().isWritable());
     EXPECT_FALSE(File(ro, storage_).getAttributes().isWritable());
     EXPECT_NO_THROW(IODevice d(File(ro.getChild(u"f"), storage_)));

@@ -1,22 +1,23 @@
 // URL text helpers and the storage exceptions' identity.
+#include "zkfs/test/Errors.hpp"
+
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/utility/URL.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+
+#include <gtest/gtest.h>
+
 #include <exception>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "fl/i18n/unicode.hpp"
-#include "foundation/storage/utility/URL.hpp"
-#include "foundation/storage/vfs/Exception.hpp"
-#include "zkfs/test/Errors.hpp"
-
 namespace {
 
+using fl::i18n::to_utf8;
 using foundation::storage::utility::decodeURL;
 using foundation::storage::utility::normalizeURL;
 using foundation::storage::vfs::AbsoluteIRI;
-using fl::i18n::to_utf8;
 namespace vfs = foundation::storage::vfs;
 
 fl::ustring decoded(fl::ustring text, bool asUtf8) {

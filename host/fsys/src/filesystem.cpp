@@ -1,11 +1,11 @@
 #include "fl/filesystem/filesystem.hpp"
 
+#include "fl/i18n/unicode.hpp"
+
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <string>
-
-#include "fl/i18n/unicode.hpp"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,18 +1,19 @@
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 
+#include "IRIText.hpp"
+
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+
+#include <boost/url/parse.hpp>
+#include <boost/url/url_view.hpp>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include "IRIText.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "foundation/storage/vfs/Exception.hpp"
-
-#include <boost/url/parse.hpp>
-#include <boost/url/url_view.hpp>
 
 namespace foundation::storage {
 
@@ -57,14 +58,20 @@ void appendEscape(std::string& out, unsigned char byte) {
 void appendEncodedSegment(std::string& out, std::string_view raw) {
     for (char c : raw) {
         const auto byte = static_cast<unsigned char>(c);
-        if (pchar[byte]) out += c; else appendEscape(out, byte);
+        if (pchar[byte])
+            out += c;
+        else
+            appendEscape(out, byte);
     }
 }
 
 void appendEncodedPath(std::string& out, std::string_view raw) {
     for (char c : raw) {
         const auto byte = static_cast<unsigned char>(c);
-        if (pchar[byte] || c == '/') out += c; else appendEscape(out, byte);
+        if (pchar[byte] || c == '/')
+            out += c;
+        else
+            appendEscape(out, byte);
     }
 }
 
@@ -82,7 +89,10 @@ std::string encodeIRIText(std::string_view text) {
                 appendEscape(out, byte);
             }
         } else if (c == '#') {
-            if (seenHash) appendEscape(out, byte); else out += c;
+            if (seenHash)
+                appendEscape(out, byte);
+            else
+                out += c;
             seenHash = true;
         } else if (byte <= 0x20 || byte >= 0x7F ||
                    std::string_view("\"<>\\^`{|}").find(c) != std::string_view::npos) {
@@ -98,8 +108,7 @@ std::string percentDecode(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && isHex(text[i + 1]) &&
-            isHex(text[i + 2])) {
+        if (text[i] == '%' && i + 2 < text.size() && isHex(text[i + 1]) && isHex(text[i + 2])) {
             out += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
             i += 2;
         } else {
@@ -262,7 +271,10 @@ AbsoluteIRI::AbsoluteIRI(const AbsoluteIRI& base, const fl::ustring& relative) {
             const std::string_view refPath = sv(r.encoded_path());
             if (refPath.empty()) {
                 path = sv(b.encoded_path());
-                if (r.has_query()) takeQuery(r); else takeQuery(b);
+                if (r.has_query())
+                    takeQuery(r);
+                else
+                    takeQuery(b);
             } else {
                 if (refPath.front() == '/') {
                     path = detail::removeDotSegments(refPath);
@@ -286,9 +298,9 @@ AbsoluteIRI::AbsoluteIRI(const AbsoluteIRI& base, const fl::ustring& relative) {
     const std::string_view authView = authority;
     const std::string_view queryView = query;
     const std::string_view fragmentView = sv(r.encoded_fragment());
-    std::string out = compose(scheme, hasAuthority ? &authView : nullptr, path,
-                              hasQuery ? &queryView : nullptr,
-                              r.has_fragment() ? &fragmentView : nullptr);
+    std::string out =
+        compose(scheme, hasAuthority ? &authView : nullptr, path, hasQuery ? &queryView : nullptr,
+                r.has_fragment() ? &fragmentView : nullptr);
     if (!boost::urls::parse_uri(out)) throw InvalidIRIException(relative);
     text_ = std::move(out);
 }

@@ -1,9 +1,9 @@
 #include "foundation/storage/vfs/Exception.hpp"
 
+#include "resource_core/BaseMsgID.hpp"
+
 #include <string>
 #include <utility>
-
-#include "resource_core/BaseMsgID.hpp"
 
 namespace foundation::storage::vfs {
 
@@ -42,10 +42,14 @@ struct UnsupportedSchemeID : resource_core::FixedMsgID<2> {
 resource_core::BaseMsgID idFor(int code, const AbsoluteIRI& location, const std::string& text) {
     const fl::ustring where = location.toString();
     switch (code) {
-        case Exception::InvalidLocation: return InvalidLocationID(where);
-        case Exception::PermissionDenied: return PermissionDeniedID(where);
-        case Exception::AlreadyExists: return AlreadyExistsID(where);
-        case Exception::NotFound: return NotFoundID(where);
+        case Exception::InvalidLocation:
+            return InvalidLocationID(where);
+        case Exception::PermissionDenied:
+            return PermissionDeniedID(where);
+        case Exception::AlreadyExists:
+            return AlreadyExistsID(where);
+        case Exception::NotFound:
+            return NotFoundID(where);
         default:
             return IOErrorID(where, text.empty() && code != Exception::OtherIOError
                                         ? "storage error " + std::to_string(code)
@@ -84,8 +88,6 @@ UnsupportedIRISchemeException::~UnsupportedIRISchemeException() = default;
 UnsupportedIRISchemeException* UnsupportedIRISchemeException::clone() const {
     return new UnsupportedIRISchemeException(*this);
 }
-void UnsupportedIRISchemeException::rethrow() const {
-    throw UnsupportedIRISchemeException(*this);
-}
+void UnsupportedIRISchemeException::rethrow() const { throw UnsupportedIRISchemeException(*this); }
 
 }  // namespace foundation::storage::vfs

@@ -1,8 +1,8 @@
 #include "foundation/storage/vfs/File.hpp"
 
-#include <utility>
-
 #include "foundation/storage/provider/Provider.hpp"
+
+#include <utility>
 
 namespace foundation::storage::vfs {
 

@@ -1,21 +1,22 @@
 // The "file" provider: the local file system through POSIX calls, all of them through the
 // SystemCalls seam.
+#include "IRIText.hpp"
+#include "Providers.hpp"
+#include "SystemCalls.hpp"
+
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+
 #include <algorithm>
 #include <cstring>
+#include <fnmatch.h>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "IRIText.hpp"
-#include "Providers.hpp"
-#include "SystemCalls.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "foundation/storage/vfs/Exception.hpp"
-
-#include <fcntl.h>
 #include <dirent.h>
-#include <fnmatch.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,13 +34,22 @@ using vfs::ListEntry;
     int code = vfs::Exception::OtherIOError;
     switch (err) {
         case ENOENT:
-        case ENOTDIR: code = vfs::Exception::NotFound; break;
+        case ENOTDIR:
+            code = vfs::Exception::NotFound;
+            break;
         case EACCES:
         case EPERM:
-        case EROFS: code = vfs::Exception::PermissionDenied; break;
-        case EEXIST: code = vfs::Exception::AlreadyExists; break;
-        case ENAMETOOLONG: code = vfs::Exception::InvalidLocation; break;
-        default: break;
+        case EROFS:
+            code = vfs::Exception::PermissionDenied;
+            break;
+        case EEXIST:
+            code = vfs::Exception::AlreadyExists;
+            break;
+        case ENAMETOOLONG:
+            code = vfs::Exception::InvalidLocation;
+            break;
+        default:
+            break;
     }
     throw vfs::Exception(code, location, std::system_category().message(err));
 }
@@ -145,9 +155,15 @@ private:
                 }
                 ListEntry::Kind kind = ListEntry::Kind::Other;
                 switch (type) {
-                    case DT_REG: kind = ListEntry::Kind::File; break;
-                    case DT_DIR: kind = ListEntry::Kind::Folder; break;
-                    case DT_LNK: kind = ListEntry::Kind::SymbolicLink; break;
+                    case DT_REG:
+                        kind = ListEntry::Kind::File;
+                        break;
+                    case DT_DIR:
+                        kind = ListEntry::Kind::Folder;
+                        break;
+                    case DT_LNK:
+                        kind = ListEntry::Kind::SymbolicLink;
+                        break;
                     case DT_UNKNOWN: {
                         // Only file systems without d_type cost a status call per entry.
                         struct stat st {};
@@ -161,7 +177,8 @@ private:
                         kind = kindOfMode(st.st_mode);
                         break;
                     }
-                    default: break;
+                    default:
+                        break;
                 }
                 entries.push_back({fl::i18n::to_ustring(name), std::string(name), kind});
             }
@@ -300,9 +317,15 @@ public:
         int flags = O_CLOEXEC | O_NOCTTY;
         switch (mode) {
             // Non-blocking while opening, so that a FIFO without a writer cannot hang us.
-            case OpenMode::Read: flags |= O_RDONLY | O_NONBLOCK; break;
-            case OpenMode::Write: flags |= O_WRONLY | O_CREAT | O_TRUNC; break;
-            case OpenMode::Append: flags |= O_WRONLY | O_CREAT | O_APPEND; break;
+            case OpenMode::Read:
+                flags |= O_RDONLY | O_NONBLOCK;
+                break;
+            case OpenMode::Write:
+                flags |= O_WRONLY | O_CREAT | O_TRUNC;
+                break;
+            case OpenMode::Append:
+                flags |= O_WRONLY | O_CREAT | O_APPEND;
+                break;
         }
         const int fd =
             retryOnEintr([&] { return systemCalls().openat(AT_FDCWD, path.c_str(), flags, 0666); });
@@ -317,7 +340,8 @@ public:
             if (systemCalls().fstatat(file.get(), "", &st, AT_EMPTY_PATH) != 0) {
                 fail(errno, location);
             }
-            if (S_ISDIR(st.st_mode)) throw vfs::Exception(vfs::Exception::InvalidLocation, location);
+            if (S_ISDIR(st.st_mode))
+                throw vfs::Exception(vfs::Exception::InvalidLocation, location);
             if (systemCalls().fcntl(file.get(), F_SETFL, 0) != 0) fail(errno, location);
         }
         return std::make_unique<FileStream>(std::move(file), location);

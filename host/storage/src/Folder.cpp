@@ -1,10 +1,10 @@
 #include "foundation/storage/vfs/Folder.hpp"
 
-#include <utility>
-#include <vector>
-
 #include "foundation/storage/provider/Provider.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
+
+#include <utility>
+#include <vector>
 
 namespace foundation::storage::vfs {
 

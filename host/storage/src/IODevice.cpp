@@ -1,8 +1,8 @@
 #include "foundation/storage/vfs/IODevice.hpp"
 
-#include <utility>
-
 #include "foundation/storage/vfs/Exception.hpp"
+
+#include <utility>
 
 namespace foundation::storage::vfs {
 

@@ -1,22 +1,23 @@
 // The "mem" provider: one process-wide in-memory tree under mem://root/.
 #include "foundation/storage/provider/MemProvider.hpp"
 
-#include <chrono>
-#include <cstring>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include "IRIText.hpp"
 #include "Providers.hpp"
+
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
+
+#include <chrono>
+#include <cstring>
 #include <fnmatch.h>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
 
 namespace foundation::storage::provider {
 
@@ -118,7 +119,8 @@ public:
 
     std::size_t read(std::span<std::byte> buffer) override {
         std::lock_guard lock(store().mutex);
-        const std::size_t n = std::min(buffer.size(), content_->size() - std::min(pos_, content_->size()));
+        const std::size_t n =
+            std::min(buffer.size(), content_->size() - std::min(pos_, content_->size()));
         if (n > 0) std::memcpy(buffer.data(), content_->data() + pos_, n);
         pos_ += n;
         return n;
@@ -150,9 +152,12 @@ public:
 
     ExistenceTypeExtended existsExtended(const AbsoluteIRI& location) const override {
         switch (exists(location)) {
-            case ExistenceType::File: return ExistenceTypeExtended::File;
-            case ExistenceType::Folder: return ExistenceTypeExtended::Folder;
-            default: return ExistenceTypeExtended::DoesNotExist;
+            case ExistenceType::File:
+                return ExistenceTypeExtended::File;
+            case ExistenceType::Folder:
+                return ExistenceTypeExtended::Folder;
+            default:
+                return ExistenceTypeExtended::DoesNotExist;
         }
     }
 

@@ -1,6 +1,7 @@
 #include "Hexfarrow/PathManagement/PathManagement.hpp"
 
 #include "IRIText.hpp"
+
 #include "fl/filesystem/filesystem.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 

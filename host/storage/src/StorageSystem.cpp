@@ -1,14 +1,15 @@
 #include "foundation/storage/vfs/StorageSystem.hpp"
 
-#include <memory>
-#include <string>
-
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "IRIText.hpp"
 #include "Providers.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/provider/Provider.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
+
+#include <memory>
+#include <string>
 
 namespace foundation::storage {
 

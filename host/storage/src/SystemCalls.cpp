@@ -17,7 +17,7 @@ long sysGetdents64(int fd, void* buffer, std::size_t size) {
 int sysFcntl(int fd, int cmd, int arg) { return ::fcntl(fd, cmd, arg); }
 
 constexpr SystemCalls real{
-    &sysOpenat, &::close,     &sysGetdents64, &::fstatat, &::mkdirat,
+    &sysOpenat,  &::close,     &sysGetdents64, &::fstatat, &::mkdirat,
     &::unlinkat, &::faccessat, &::read,        &::write,   &sysFcntl,
 };
 

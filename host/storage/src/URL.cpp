@@ -1,14 +1,15 @@
 #include "foundation/storage/utility/URL.hpp"
 
-#include <string>
-#include <string_view>
-
 #include "IRIText.hpp"
+
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
+
+#include <string>
+#include <string_view>
 
 namespace foundation::storage::utility {
 
@@ -22,8 +23,8 @@ int hexValue(char16_t c) noexcept {
 }
 
 bool isUnreserved(char c) noexcept {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           c == '-' || c == '.' || c == '_' || c == '~';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~';
 }
 
 int hexByte(char c) noexcept { return hexValue(static_cast<char16_t>(c)); }

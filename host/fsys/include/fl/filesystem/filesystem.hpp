@@ -22,13 +22,13 @@
 //   for the root. With false the path stays relative when it is.
 // Nothing here changes the file system except remove(), and a failed call changes
 // nothing.
-#include <cstdint>
-#include <exception>
-#include <string>
-
 #include "fl/ustring.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "resource_core/BaseMsgID.hpp"
+
+#include <cstdint>
+#include <exception>
+#include <string>
 
 #define FL_FILESYSTEM_API __attribute__((visibility("default")))
 

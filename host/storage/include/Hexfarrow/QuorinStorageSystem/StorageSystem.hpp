@@ -4,7 +4,6 @@
 
 namespace Hexfarrow::QuorinStorageSystem {
 
-FOUNDATION_STORAGE_API foundation::storage::vfs::StorageSystemReference
-GetStorageSystemReference();
+FOUNDATION_STORAGE_API foundation::storage::vfs::StorageSystemReference GetStorageSystemReference();
 
 }  // namespace Hexfarrow::QuorinStorageSystem

@@ -5,16 +5,16 @@
 //
 // Every operation throws vfs::Exception with the codes of vfs/Exception.hpp, names the
 // location it was given, and leaves nothing half-made behind when it fails.
+#include "fl/ustring.hpp"
+#include "foundation/storage/provider/ExistenceType.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+#include "foundation/storage/vfs/FolderListing.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <vector>
-
-#include "fl/ustring.hpp"
-#include "foundation/storage/provider/ExistenceType.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
-#include "foundation/storage/vfs/FolderListing.hpp"
 
 namespace foundation::storage::provider {
 
@@ -55,14 +55,13 @@ public:
     // An empty folder only.
     virtual void removeFolder(const vfs::AbsoluteIRI& location) const = 0;
     virtual Attributes getAttributes(const vfs::AbsoluteIRI& location) const = 0;
-    virtual std::unique_ptr<Stream> open(const vfs::AbsoluteIRI& location,
-                                         OpenMode mode) const = 0;
+    virtual std::unique_ptr<Stream> open(const vfs::AbsoluteIRI& location, OpenMode mode) const = 0;
     // Appends the listing of a folder to `out`, sorted as FolderListing says. Files are
     // every entry that is not a real folder (links included); Folders are real folders
     // only. An empty pattern takes every entry; otherwise a shell pattern on the name
     // chooses which entries are reported (a recursive listing still walks every folder).
-    virtual void list(const vfs::AbsoluteIRI& folder, ListScope scope,
-                      const fl::ustring& pattern, std::vector<vfs::ListEntry>& out) const = 0;
+    virtual void list(const vfs::AbsoluteIRI& folder, ListScope scope, const fl::ustring& pattern,
+                      std::vector<vfs::ListEntry>& out) const = 0;
 };
 
 }  // namespace foundation::storage::provider

@@ -25,10 +25,10 @@
 // - hasIRIPrefix(text): the text starts with a scheme of two or more characters and
 //   "://". It never throws.
 // No function here touches the file system.
+#include "fl/ustring.hpp"
+
 #include <string>
 #include <string_view>
-
-#include "fl/ustring.hpp"
 
 #define FOUNDATION_STORAGE_API __attribute__((visibility("default")))
 

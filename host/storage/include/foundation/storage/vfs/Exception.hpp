@@ -12,13 +12,13 @@
 // - InvalidIRIException(text): a text is no absolute IRI ("QUORIN:storage:invalidIRI").
 // - UnsupportedIRISchemeException(iriText, scheme): no provider serves the scheme
 //   ("QUORIN:storage:unsupportedScheme").
-#include <exception>
-#include <string>
-
 #include "fl/ustring.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "resource_core/BaseMsgID.hpp"
+
+#include <exception>
+#include <string>
 
 namespace foundation::storage::vfs {
 

@@ -2,10 +2,10 @@
 // A file at a storage location. Construction touches nothing; each call goes to the
 // provider of the location's scheme and throws vfs::Exception (codes in Exception.hpp)
 // or UnsupportedIRISchemeException. A failed call leaves the storage as it was.
-#include <cstdint>
-
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "foundation/storage/vfs/StorageSystem.hpp"
+
+#include <cstdint>
 
 namespace foundation::storage::vfs {
 

@@ -1,12 +1,12 @@
 #pragma once
 // The result of a folder listing: entries sorted by name in UTF-16 code-unit order
 // (a recursive listing is pre-order: a folder, then its sorted contents).
+#include "fl/ustring.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+
 #include <cstddef>
 #include <utility>
 #include <vector>
-
-#include "fl/ustring.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
 
 namespace foundation::storage::vfs {
 

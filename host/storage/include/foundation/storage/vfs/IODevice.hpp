@@ -3,12 +3,12 @@
 // one is the test that a file can be read) and throws vfs::Exception when it cannot:
 // code 4 no file, 2 not allowed, 1 a folder or no location, 5 other. The device closes
 // on destruction; close() reports a failure that destruction would swallow.
+#include "foundation/storage/provider/Provider.hpp"
+#include "foundation/storage/vfs/File.hpp"
+
 #include <cstddef>
 #include <memory>
 #include <span>
-
-#include "foundation/storage/provider/Provider.hpp"
-#include "foundation/storage/vfs/File.hpp"
 
 namespace foundation::storage::vfs {
 

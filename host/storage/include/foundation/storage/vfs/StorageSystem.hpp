@@ -5,10 +5,10 @@
 // exists / existsExtended answer for the location itself (vfs::Exception code 2 when
 // the answer cannot be read for lack of permission, 1 for a location naming nothing);
 // a scheme without a provider throws UnsupportedIRISchemeException.
-#include <memory>
-
 #include "foundation/storage/provider/ExistenceType.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
+
+#include <memory>
 
 namespace foundation::storage::provider {
 class Provider;
