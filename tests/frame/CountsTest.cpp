@@ -12,29 +12,6 @@
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 
-// Weak references: a gateway missing from the library reads as null here and fails its
-// row, instead of failing the whole test binary at link time.
-namespace quorin::io::filesystem::quorin {
-__attribute__((weak)) void createFileURL(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void getContentTypeFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void resolvePathFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void resolvePathFcnWithAttributes(int, unique_vqarray_ptr*, int,
-                                                        const vqArray* const*);
-__attribute__((weak)) void pathFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-}  // namespace quorin::io::filesystem::quorin
-__attribute__((weak)) void createURLFromPartsFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void isAbsolutePathNoIOFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void getPerms_impl(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void modifyPerms_impl(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void mkFileFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void mkSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void createWindowsShortcutFcn(int, unique_vqarray_ptr*, int,
-                                                    const vqArray* const*);
-__attribute__((weak)) void isSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-__attribute__((weak)) void relativepath(int, unique_vqarray_ptr*, int, const vqArray** args);
-__attribute__((weak)) void pathNameLengthValidation(int, unique_vqarray_ptr*, int,
-                                                    const vqArray* const*);
-
 namespace {
 
 using namespace zkfs::test;
@@ -124,6 +101,16 @@ void expectCountError(const GatewayRow& row, int outCount, int argCount, const c
     OutputSlots out(4);
     EXPECT_IDENTIFIED_ERROR(row.call(outCount, out.data(), argCount, args.data()), id);
     for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(out[i], nullptr);
+}
+
+// The host calls the load hook before any gateway (this strong reference is also what
+// makes the test binary load the library at all: weak references alone do not).
+TEST_F(Counts, LoadHooksChangeNothing) {
+    const long before = vqLiveArrayCount();
+    QNInitialize_libzkfilesystemquorin();
+    QNTerminate_libzkfilesystemquorin();
+    QNInitialize_libzkfilesystemquorin();
+    EXPECT_EQ(vqLiveArrayCount(), before);
 }
 
 TEST_F(Counts, EveryExportedGatewayTestsItsCountsFirst) {
