@@ -91,7 +91,10 @@ struct RawEntry {
 class Lister {
 public:
     Lister(ListScope scope, const fl::ustring& pattern, std::vector<ListEntry>& out)
-        : scope_(scope), pattern_(fl::i18n::to_utf8(pattern)), out_(out), buffer_(64 * 1024) {}
+        : scope_(scope),
+          pattern_(fl::i18n::to_utf8(pattern)),
+          out_(out),
+          buffer_(std::size_t{64} * 1024) {}
 
     void listFolder(int fd, const std::string& prefix) {
         std::vector<RawEntry> entries = readEntries(fd, prefix);
@@ -103,11 +106,18 @@ public:
             const bool wanted = scope_ == ListScope::All || scope_ == ListScope::AllRecursive ||
                                 (scope_ == ListScope::Folders) == isFolder;
             const bool descends = scope_ == ListScope::AllRecursive && isFolder;
-            if (wanted && matches(e.raw)) {
-                out_.emplace_back(AbsoluteIRI::fromTrustedText(descends ? text : std::move(text)),
-                                  std::move(e.name), e.kind);
+            const bool reported = wanted && matches(e.raw);
+            if (descends) {
+                // Pre-order: the folder's entry first, then what it holds.
+                if (reported) {
+                    out_.emplace_back(AbsoluteIRI::fromTrustedText(text), std::move(e.name),
+                                      e.kind);
+                }
+                descend(fd, e.raw, text);
+            } else if (reported) {
+                out_.emplace_back(AbsoluteIRI::fromTrustedText(std::move(text)), std::move(e.name),
+                                  e.kind);
             }
-            if (descends) descend(fd, e.raw, text);
         }
     }
 

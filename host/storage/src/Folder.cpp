@@ -3,6 +3,7 @@
 #include "foundation/storage/provider/Provider.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 
+#include <ranges>
 #include <utility>
 #include <vector>
 
@@ -37,13 +38,13 @@ void Folder::createFolderRecursive() const {
         missing.push_back(level);
         level = level.getParent();
     }
-    for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+    for (const AbsoluteIRI& next : std::views::reverse(missing)) {
         try {
-            p.createFolder(*it);
+            p.createFolder(next);
         } catch (const Exception& e) {
             // Someone else made the same level meanwhile: that is what was asked for.
             if (e.getErrorCode() != Exception::AlreadyExists ||
-                p.exists(*it) != provider::ExistenceType::Folder) {
+                p.exists(next) != provider::ExistenceType::Folder) {
                 throw;
             }
         }
