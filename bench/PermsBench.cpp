@@ -6,6 +6,11 @@
 // picks the walk: "Readable" true (top-down), false (bottom-up) or absent (flat); each
 // also names one more bit so the peer's mode string is the same change. Every iteration
 // applies the same change again, as a repeated `chmod -R` does.
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "fl/i18n/unicode.hpp"
+#include "vq/vqArray.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -16,10 +21,6 @@
 #include <utility>
 #include <vector>
 
-#include "fl/i18n/unicode.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
-#include "vq/vqArray.hpp"
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -27,7 +28,8 @@ namespace fs = std::filesystem;
 std::size_t countEntries(const fs::path& root) {
     std::size_t n = 0;
     std::error_code ec;
-    for (fs::recursive_directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) ++n;
+    for (fs::recursive_directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec))
+        ++n;
     return n;
 }
 
@@ -64,8 +66,8 @@ void modifyTree(benchmark::State& state, std::vector<std::pair<std::string, bool
 }
 
 // A tree of 100,000 entries takes a fraction of a second: a few rounds are plenty.
-#define ZKFS_PERMS_BENCH(NAME, SCOPE, ...)                                               \
-    void NAME(benchmark::State& state) { modifyTree(state, {__VA_ARGS__}, SCOPE); }      \
+#define ZKFS_PERMS_BENCH(NAME, SCOPE, ...)                                          \
+    void NAME(benchmark::State& state) { modifyTree(state, {__VA_ARGS__}, SCOPE); } \
     BENCHMARK(NAME)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime()
 
 ZKFS_PERMS_BENCH(BM_ModifyPerms_AllTopDown, u"all", {"Readable", true}, {"GroupWrite", true});

@@ -9,6 +9,30 @@
 // Trees are walked through the storage library's listings, which never descend through
 // a link; the only change that may land outside the tree is the scope "target", which
 // changes a link's own target.
+#include "quorin/gateway/Errors.hpp"
+#include "quorin/gateway/Gateway.hpp"
+#include "quorin/gateway/Text.hpp"
+#include "quorin/io/filesystem/core/Existence.hpp"
+#include "quorin/io/filesystem/core/Log.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/PathManagement/PathManagement.hpp"
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "Hexfarrow/String/String.hpp"
+#include "fl/filesystem/filesystem.hpp"
+#include "fl/i18n/MessageCatalog.hpp"
+#include "fl/i18n/ZkLocale.hpp"
+#include "fl/i18n/unicode.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+#include "matrix/matrix.hpp"
+#include "vq/vqArray.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+#include <boost/lexical_cast.hpp>
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
 #include <cerrno>
 #include <cstddef>
 #include <exception>
@@ -21,29 +45,6 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
-
-#include <boost/exception/diagnostic_information.hpp>
-#include <boost/lexical_cast.hpp>
-#include <boost/uuid/random_generator.hpp>
-#include <boost/uuid/uuid.hpp>
-#include <boost/uuid/uuid_io.hpp>
-
-#include "Hexfarrow/PathManagement/PathManagement.hpp"
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
-#include "Hexfarrow/String/String.hpp"
-#include "fl/filesystem/filesystem.hpp"
-#include "fl/i18n/MessageCatalog.hpp"
-#include "fl/i18n/ZkLocale.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "foundation/storage/vfs/vfs.hpp"
-#include "matrix/matrix.hpp"
-#include "quorin/gateway/Errors.hpp"
-#include "quorin/gateway/Gateway.hpp"
-#include "quorin/gateway/Text.hpp"
-#include "quorin/io/filesystem/core/Existence.hpp"
-#include "quorin/io/filesystem/core/Log.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
-#include "vq/vqArray.hpp"
 
 namespace quorin::io::filesystem::quorin {
 
@@ -79,7 +80,7 @@ public:
 private:
     void write(const char* what) const noexcept {
         try {
-            BOOST_LOG_SEV(core::log::getLogger(), core::log::Severity::trace)
+            BOOST_LOG_SEV(core::log::getLogger(), core::log::Severity::debug)
                 << what << ' ' << kSourceFile << ": " << signature_;
         } catch (...) {  // tracing must never change what a call does
         }
@@ -87,7 +88,8 @@ private:
     const char* signature_;
 };
 
-#define ZKFS_TRACE_SCOPE() const ScopeTrace zkfsScopeTrace_(static_cast<const char*>(__PRETTY_FUNCTION__))
+#define ZKFS_TRACE_SCOPE() \
+    const ScopeTrace zkfsScopeTrace_(static_cast<const char*>(__PRETTY_FUNCTION__))
 
 bool equalsAsciiNoCase(const fl::ustring& a, std::u16string_view b) {
     if (a.size() != b.size()) return false;
@@ -101,7 +103,9 @@ bool equalsAsciiNoCase(const fl::ustring& a, std::u16string_view b) {
     return true;
 }
 
-bool isFileScheme(const vfs::AbsoluteIRI& iri) { return equalsAsciiNoCase(iri.getScheme(), u"file"); }
+bool isFileScheme(const vfs::AbsoluteIRI& iri) {
+    return equalsAsciiNoCase(iri.getScheme(), u"file");
+}
 
 // The catalog text of a message in the user's locale, as 8-bit text for a "Cause".
 template <class ID, class... A>
@@ -206,7 +210,7 @@ const char** getFieldNames(const OrderedMap<fl::ustring, bool>& m) {
 
 void freeFieldNames(const char** names) {
     if (names == nullptr) return;
-    for (const char** name = names; *name != nullptr; ++name) delete[] *name;
+    for (const char** name = names; *name != nullptr; ++name) delete[] * name;
     delete[] names;
 }
 
@@ -222,7 +226,8 @@ unique_vqarray_ptr createStruct(const OrderedMap<fl::ustring, bool>& m) {
     std::vector<std::string> fieldNames(names, names + count);
     unique_vqarray_ptr result = matrix::detail::do_create_struct({1, 1}, fieldNames);
     for (std::size_t i = 0; i < count; ++i) {
-        unique_vqarray_ptr value = matrix::detail::do_create_numeric({1, 1}, vqLOGICAL_CLASS, vqREAL);
+        unique_vqarray_ptr value =
+            matrix::detail::do_create_numeric({1, 1}, vqLOGICAL_CLASS, vqREAL);
         vqGetLogicals(value.get())[0] = m.at(m.keys[i]);
         const int field = vqGetFieldNumber(result.get(), names[i]);
         vqSetFieldByNumber(result.get(), 0, field, value.get());
@@ -308,8 +313,8 @@ fs::file_status getPermissionsOnUnix(const fl::ustring& path) {
     return fs::symlink_status(toNativePath(path));
 }
 
-OrderedMap<fl::ustring, bool> getPermissionsOnCurrentPlatform(const fl::ustring& path,
-                                                              const std::vector<fl::ustring>& names) {
+OrderedMap<fl::ustring, bool> getPermissionsOnCurrentPlatform(
+    const fl::ustring& path, const std::vector<fl::ustring>& names) {
     ZKFS_TRACE_SCOPE();
     auto table = getPermNameAndFilesystemPermsMap();
     const fs::file_status status = getPermissionsOnUnix(path);
@@ -404,8 +409,8 @@ OptionalFailure setPermissionsOnUnix(const fl::ustring& path, const fs::perms& b
     if (!ec) return std::nullopt;
     const std::string message = ec.message();
     if (outCount == 0) {
-        gateway::throwError<QUORIN::io::filesystem::filePermissions::UnableToSetPermissions>(path,
-                                                                                              message);
+        gateway::throwError<QUORIN::io::filesystem::filePermissions::UnableToSetPermissions>(
+            path, message);
     }
     return Failure{path, message};
 }
@@ -450,15 +455,17 @@ OptionalFailure setPermissionsForLinkWith(const fl::ustring& path, const Permiss
         target = fl::filesystem::canonical(path, fl::ustring());
     } catch (const fl::filesystem::PathNotFound&) {
         logCaughtException();
-        return Failure{path, catalogText<QUORIN::io::filesystem::filePermissions::BrokenSymlink>(path)};
+        return Failure{path,
+                       catalogText<QUORIN::io::filesystem::filePermissions::BrokenSymlink>(path)};
     } catch (const fl::filesystem::AccessDenied&) {
         logCaughtException();
-        return Failure{path,
-                       catalogText<QUORIN::io::filesystem::filePermissions::TargetAccessDenied>(path)};
+        return Failure{
+            path, catalogText<QUORIN::io::filesystem::filePermissions::TargetAccessDenied>(path)};
     } catch (...) {
         logCaughtException();
         return Failure{
-            path, catalogText<QUORIN::io::filesystem::filePermissions::UnableToDetermineTarget>(path)};
+            path,
+            catalogText<QUORIN::io::filesystem::filePermissions::UnableToDetermineTarget>(path)};
     }
     return applyChange(target, change, outCount, false);
 }
@@ -498,7 +505,8 @@ unique_vqarray_ptr setPermFailures(const OptionalFailure& failure, unique_vqarra
     return output;
 }
 
-unique_vqarray_ptr setPermFailuresForFolders(const FailureList& failures, unique_vqarray_ptr output) {
+unique_vqarray_ptr setPermFailuresForFolders(const FailureList& failures,
+                                             unique_vqarray_ptr output) {
     if (failures.empty()) {
         output = failureStruct(failures, {0, 0});
     } else {
@@ -515,8 +523,8 @@ unique_vqarray_ptr setPermFailuresForFolders(const FailureList& failures, unique
 std::pair<bool, bool> permissionsTargetConditionalCheck(const fl::ustring& scope,
                                                         ExistenceTypeExtended existence) {
     const bool all = scope == u"all";
-    const bool link = (scope == u"symboliclinks" || all || scope == u"target") &&
-                      core::isSymlink(existence);
+    const bool link =
+        (scope == u"symboliclinks" || all || scope == u"target") && core::isSymlink(existence);
     const bool change = ((scope == u"files" || all) && core::isFile(existence)) ||
                         ((scope == u"folders" || all) && core::isFolder(existence)) || link;
     return {change, link};
@@ -546,7 +554,8 @@ struct Walk {
 
 // The listing already read each entry's kind without following links; only a link needs
 // a second look (what it leads to), so plain entries are never stat'ed twice.
-ExistenceTypeExtended existenceOf(const vfs::ListEntry& entry, const vfs::StorageSystemReference& storage) {
+ExistenceTypeExtended existenceOf(const vfs::ListEntry& entry,
+                                  const vfs::StorageSystemReference& storage) {
     switch (entry.getKind()) {
         case vfs::ListEntry::Kind::Folder:
             return ExistenceTypeExtended::Folder;
@@ -571,9 +580,9 @@ void changeEntry(const Walk& walk, FailureList& failures, const fl::ustring& pat
     if (walk.scope == u"all") {
         walk.append(failures, applyChange(path, walk.change, walk.outCount, link));
     } else if (change) {
-        walk.append(failures, link ? setPermissionsForLinkWith(path, walk.change, walk.scope,
-                                                               walk.outCount)
-                                   : applyChange(path, walk.change, walk.outCount, false));
+        walk.append(failures,
+                    link ? setPermissionsForLinkWith(path, walk.change, walk.scope, walk.outCount)
+                         : applyChange(path, walk.change, walk.outCount, false));
     }
 }
 
@@ -600,8 +609,8 @@ void walkTopDown(const Walk& walk, const fl::ustring& folder, FailureList& failu
                     walkTopDown(walk, path, failures);
                     continue;
                 }
-                const auto decision = permissionsTargetConditionalCheck(
-                    walk.scope, existenceOf(entry, walk.storage));
+                const auto decision =
+                    permissionsTargetConditionalCheck(walk.scope, existenceOf(entry, walk.storage));
                 walk.append(failures,
                             applyChange(path, walk.change, walk.outCount, decision.second));
             } catch (const vfs::StorageException&) {
@@ -715,8 +724,8 @@ FailureList setPermissionsForFolderRecursively(const fl::ustring& folder,
     // Keyed on "Readable" alone: granting it must happen before a folder is listed,
     // revoking it only after its contents are done.
     if (const bool* readable = request.find(u"Readable")) {
-        return *readable ? setPermissionsForFolderContentsTopDown(location, request, scope, outCount,
-                                                                  std::move(failures))
+        return *readable ? setPermissionsForFolderContentsTopDown(location, request, scope,
+                                                                  outCount, std::move(failures))
                          : setPermissionsForFolderContentsBottomUp(location, request, scope,
                                                                    outCount, std::move(failures));
     }
@@ -784,8 +793,9 @@ void getPerms_impl(int outCount, unique_vqarray_ptr* outputs, int argCount,
     if (vfs::hasIRIPrefix(location.location) && !isFileScheme(iri)) {
         result = cloudPermissions(iri);
     } else {
-        const fl::ustring path = isFileScheme(iri) ? Hexfarrow::PathManagement::GetStringFromIRI(iri)
-                                                   : location.location;
+        const fl::ustring path = isFileScheme(iri)
+                                     ? Hexfarrow::PathManagement::GetStringFromIRI(iri)
+                                     : location.location;
         result = getPermissionsOnCurrentPlatform(path, names);
     }
     quorin::gateway::handOver(outputs, 0, createStruct(result));
@@ -813,9 +823,8 @@ void modifyPerms_impl(int outCount, unique_vqarray_ptr* outputs, int argCount,
             quorin::gateway::handOver(
                 outputs, 0,
                 setPermFailures(
-                    Failure{location.location,
-                            catalogText<QUORIN::io::filesystem::filePermissions::
-                                            CannotModifyCloudPermissions>()},
+                    Failure{location.location, catalogText<QUORIN::io::filesystem::filePermissions::
+                                                               CannotModifyCloudPermissions>()},
                     nullptr));
             return;
         }

@@ -1,21 +1,22 @@
 // modifyPerms_impl on one file or link: precedence of additions, link scopes, the cloud
 // refusal, failure outputs and bad input.
-#include <optional>
-#include <string>
-#include <utility>
-
-#include <gtest/gtest.h>
-
 #include "PermsTestSupport.hpp"
-#include "foundation/storage/provider/MemProvider.hpp"
-#include "foundation/storage/vfs/vfs.hpp"
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Unprivileged.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "foundation/storage/provider/MemProvider.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace zkfs::test::perms {
 namespace {
@@ -31,8 +32,8 @@ protected:
 TEST_F(PermsChangeTest, AdditionsTakePrecedenceOverRemovalsOfTheSameCall) {
     tree.makeFile("f");
     tree.setMode("f", 0200);
-    const auto out = modifyPermsOut(tree.upath("f"), u"File",
-                                    request({{"Readable", true}, {"Writable", false}}), std::nullopt);
+    const auto out = modifyPermsOut(
+        tree.upath("f"), u"File", request({{"Readable", true}, {"Writable", false}}), std::nullopt);
     EXPECT_EQ(tree.mode("f"), 0600U);
     EXPECT_EQ(dimsOf(out.get()), (Dims{0, 0}));
     EXPECT_TRUE(failureRows(out.get()).empty());
@@ -77,7 +78,8 @@ TEST_F(PermsChangeTest, AFileWithAScopeOtherThanAllIsASilentNoOp) {
     tree.setMode("f", 0600);
     for (const char16_t* scope : {u"files", u"folders", u"target", u""}) {
         SCOPED_TRACE(std::string(scope, scope + std::char_traits<char16_t>::length(scope)));
-        const auto out = modifyPermsOut(tree.upath("f"), u"File", request({{"OtherRead", true}}), scope);
+        const auto out =
+            modifyPermsOut(tree.upath("f"), u"File", request({{"OtherRead", true}}), scope);
         EXPECT_EQ(out, nullptr);
         EXPECT_EQ(tree.mode("f"), 0600U);
     }
@@ -87,7 +89,8 @@ TEST_F(PermsChangeTest, ALinkScopeOnAFileOrAFileScopeOnALinkChangesNothing) {
     tree.makeFile("t");
     tree.setMode("t", 0600);
     tree.makeLink("t", "l");
-    const auto out = modifyPermsOut(tree.upath("l"), u"Other", request({{"OtherRead", true}}), u"all");
+    const auto out =
+        modifyPermsOut(tree.upath("l"), u"Other", request({{"OtherRead", true}}), u"all");
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(tree.mode("t"), 0600U);
 }
@@ -97,7 +100,8 @@ TEST_F(PermsChangeTest, ALinkItselfCannotBeChangedAndSaysWhy) {
     tree.setMode("t", 0600);
     tree.makeLink("t", "l");
     const fl::ustring link = tree.upath("l");
-    for (const auto& scope : {std::optional<fl::ustring>(u"symboliclinks"), std::optional<fl::ustring>()}) {
+    for (const auto& scope :
+         {std::optional<fl::ustring>(u"symboliclinks"), std::optional<fl::ustring>()}) {
         const auto out = modifyPermsOut(link, u"Other", request({{"OtherRead", true}}), scope);
         const auto rows = failureRows(out.get());
         ASSERT_EQ(rows.size(), 1U);
@@ -123,7 +127,8 @@ TEST_F(PermsChangeTest, ScopeTargetChangesTheLinksTarget) {
     tree.makeFile("dir/t");
     tree.setMode("dir/t", 0600);
     tree.makeLink("dir/t", "l");
-    const auto out = modifyPermsOut(tree.upath("l"), u"Other", request({{"GroupRead", true}}), u"target");
+    const auto out =
+        modifyPermsOut(tree.upath("l"), u"Other", request({{"GroupRead", true}}), u"target");
     EXPECT_TRUE(failureRows(out.get()).empty());
     EXPECT_EQ(tree.mode("dir/t"), 0640U);
 }
@@ -175,7 +180,8 @@ TEST_F(PermsChangeTest, AFileOfAnotherUserFailsWithTheSystemsReason) {
     tree.setMode("", 0755);
     const fl::ustring path = tree.upath("f");
     runUnprivileged([&] {
-        const auto out = modifyPermsOut(path, u"File", request({{"OtherWrite", true}}), std::nullopt);
+        const auto out =
+            modifyPermsOut(path, u"File", request({{"OtherWrite", true}}), std::nullopt);
         const auto rows = failureRows(out.get());
         ASSERT_EQ(rows.size(), 1U);
         EXPECT_EQ(rows[0].name, path);
@@ -208,20 +214,19 @@ TEST_F(PermsChangeTest, BadRequestsAndArgumentsAreIdentifiedErrors) {
         EXPECT_EQ(out[0], nullptr);
     }
     {
-        ArgList args(charRow(path), charRow(u"File"),
-                     structArray({1, 2}, {"Readable"},
-                                 [] {
-                                     std::vector<FieldValues> v;
-                                     v.push_back(fields(field("Readable", logicalScalar(true))));
-                                     v.push_back(fields(field("Readable", logicalScalar(true))));
-                                     return v;
-                                 }()));
+        ArgList args(charRow(path), charRow(u"File"), structArray({1, 2}, {"Readable"}, [] {
+                         std::vector<FieldValues> v;
+                         v.push_back(fields(field("Readable", logicalScalar(true))));
+                         v.push_back(fields(field("Readable", logicalScalar(true))));
+                         return v;
+                     }()));
         OutputSlots out;
         EXPECT_IDENTIFIED_ERROR(modifyPerms_impl(1, out.data(), args.count(), args.data()),
                                 "QUORIN:io:common:validation:ExpectedScalarStruct");
     }
     EXPECT_IDENTIFIED_ERROR(
-        modifyPermsOut(path, u"File", structScalar(field("Readable", doubleScalar(1))), std::nullopt),
+        modifyPermsOut(path, u"File", structScalar(field("Readable", doubleScalar(1))),
+                       std::nullopt),
         "QUORIN:io:common:validation:InternalError", std::string("Expected logical scalar"));
     EXPECT_IDENTIFIED_ERROR(
         modifyPermsOut(path, u"File", structScalar(field("Readable", nullptr)), std::nullopt),
@@ -279,9 +284,8 @@ protected:
 
 TEST_F(PermsCloudChangeTest, ACloudLocationIsRefusedThrownOrReturned) {
     const fl::ustring where = u"mem://root/a.csv";
-    EXPECT_IDENTIFIED_ERROR(
-        modifyPermsNoOut(where, u"File", request({{"Readable", true}}), u"all"),
-        "QUORIN:io:filesystem:filePermissions:CannotModifyCloudPermissions");
+    EXPECT_IDENTIFIED_ERROR(modifyPermsNoOut(where, u"File", request({{"Readable", true}}), u"all"),
+                            "QUORIN:io:filesystem:filePermissions:CannotModifyCloudPermissions");
     const auto out = modifyPermsOut(where, u"File", request({{"Readable", true}}), std::nullopt);
     const auto rows = failureRows(out.get());
     ASSERT_EQ(rows.size(), 1U);

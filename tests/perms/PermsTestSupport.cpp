@@ -1,10 +1,11 @@
 #include "PermsTestSupport.hpp"
 
-#include <stdexcept>
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 #include "Hexfarrow/String/String.hpp"
 #include "fl/i18n/unicode.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include <stdexcept>
 
 namespace zkfs::test::perms {
 

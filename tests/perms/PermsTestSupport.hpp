@@ -1,16 +1,17 @@
 #pragma once
 // Calling the permission gateways and reading their results in tests.
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include "quorin/gateway/Identifiers.hpp"
+#include "zkfs/test/Arrays.hpp"
 
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
 #include "fl/ustring.hpp"
-#include "quorin/gateway/Identifiers.hpp"
 #include "vq/vqArray.hpp"
-#include "zkfs/test/Arrays.hpp"
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zkfs::test::perms {
 

@@ -1,21 +1,23 @@
 // getPerms_impl: names, order, links, file IRIs, missing paths, cloud locations, bad input.
-#include <filesystem>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "PermsTestSupport.hpp"
-#include "foundation/storage/provider/MemProvider.hpp"
-#include "foundation/storage/vfs/vfs.hpp"
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "quorin/io/filesystem/core/Log.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Unprivileged.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
+#include "foundation/storage/provider/MemProvider.hpp"
+#include "foundation/storage/vfs/vfs.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zkfs::test::perms {
 namespace {
@@ -32,24 +34,23 @@ TEST_F(PermsQueryTest, TwoInputsReportAllNineNamesInTableOrder) {
     tree.makeFile("a.txt", "x");
     tree.setMode("a.txt", 0640);
     const auto result = getPerms(ArgList(stringScalar(tree.upath("a.txt")), charRow(u"File")));
-    EXPECT_EQ(logicalFields(result.get()),
-              (Fields{{"Readable", true},
-                      {"Writable", true},
-                      {"UserExecute", false},
-                      {"GroupRead", true},
-                      {"GroupWrite", false},
-                      {"GroupExecute", false},
-                      {"OtherRead", false},
-                      {"OtherWrite", false},
-                      {"OtherExecute", false}}));
+    EXPECT_EQ(logicalFields(result.get()), (Fields{{"Readable", true},
+                                                   {"Writable", true},
+                                                   {"UserExecute", false},
+                                                   {"GroupRead", true},
+                                                   {"GroupWrite", false},
+                                                   {"GroupExecute", false},
+                                                   {"OtherRead", false},
+                                                   {"OtherWrite", false},
+                                                   {"OtherExecute", false}}));
 }
 
 TEST_F(PermsQueryTest, EachNameReadsItsOwnBit) {
     tree.makeFile("f");
     const std::vector<std::pair<std::string, unsigned>> table = {
-        {"Readable", 0400},  {"Writable", 0200},  {"UserExecute", 0100},
-        {"GroupRead", 040},  {"GroupWrite", 020}, {"GroupExecute", 010},
-        {"OtherRead", 04},   {"OtherWrite", 02},  {"OtherExecute", 01}};
+        {"Readable", 0400}, {"Writable", 0200},  {"UserExecute", 0100},
+        {"GroupRead", 040}, {"GroupWrite", 020}, {"GroupExecute", 010},
+        {"OtherRead", 04},  {"OtherWrite", 02},  {"OtherExecute", 01}};
     for (const auto& [name, bit] : table) {
         SCOPED_TRACE(name);
         tree.setMode("f", bit);
@@ -70,9 +71,9 @@ TEST_F(PermsQueryTest, RequestedNamesKeepTheirOrderAndUnknownNamesAreFalse) {
                                             stringArray({1, 2}, {u"OtherRead", u"Readable"})));
     EXPECT_EQ(logicalFields(asStrings.get()), (Fields{{"OtherRead", true}, {"Readable", true}}));
 
-    const auto asCell = getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
-                                         cellRow(charRow(u"Foo"), charRow(u"GroupWrite"),
-                                                 charRow(u"Writable"))));
+    const auto asCell =
+        getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
+                         cellRow(charRow(u"Foo"), charRow(u"GroupWrite"), charRow(u"Writable"))));
     EXPECT_EQ(logicalFields(asCell.get()),
               (Fields{{"Foo", false}, {"GroupWrite", false}, {"Writable", true}}));
 
@@ -84,8 +85,9 @@ TEST_F(PermsQueryTest, RequestedNamesKeepTheirOrderAndUnknownNamesAreFalse) {
 TEST_F(PermsQueryTest, ANameGivenTwiceIsReportedOnceAtItsFirstPlace) {
     tree.makeFile("f");
     tree.setMode("f", 0200);
-    const auto result = getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
-                                         stringArray({3, 1}, {u"Writable", u"Readable", u"Writable"})));
+    const auto result =
+        getPerms(ArgList(charRow(tree.upath("f")), charRow(u"File"),
+                         stringArray({3, 1}, {u"Writable", u"Readable", u"Writable"})));
     EXPECT_EQ(logicalFields(result.get()), (Fields{{"Writable", true}, {"Readable", false}}));
 }
 
@@ -108,8 +110,8 @@ TEST_F(PermsQueryTest, AFileIRIIsQueriedAsTheLocalPathItNames) {
     tree.makeFile("with space.txt");
     tree.setMode("with space.txt", 0400);
     const std::string iri = "file://" + tree.path("with%20space.txt").string();
-    const auto result = getPerms(
-        ArgList(charRow(u16(iri)), charRow(u"File"), stringArray({1, 2}, {u"Readable", u"Writable"})));
+    const auto result = getPerms(ArgList(charRow(u16(iri)), charRow(u"File"),
+                                         stringArray({1, 2}, {u"Readable", u"Writable"})));
     EXPECT_EQ(logicalFields(result.get()), (Fields{{"Readable", true}, {"Writable", false}}));
 }
 
@@ -131,25 +133,23 @@ TEST_F(PermsQueryTest, ZeroOutputsStillFillTheFirstSlot) {
 TEST_F(PermsQueryTest, BadArgumentsAreIdentifiedErrors) {
     tree.makeFile("f");
     const fl::ustring path = tree.upath("f");
-    const fl::ustring inputName =
-        catalogText<QUORIN::FileUtils::inputPath>();
+    const fl::ustring inputName = catalogText<QUORIN::FileUtils::inputPath>();
     EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path), charRow(u"File"), doubleScalar(1))),
                             "QUORIN:string:MustBeCharCellArrayOrString", inputName);
-    EXPECT_IDENTIFIED_ERROR(
-        getPerms(ArgList(charRow(path), charRow(u"File"),
-                         stringArray({1, 2}, {u"Readable", std::nullopt}))),
-        "QUORIN:string:MustBeCellArrayOfStrings", inputName);
-    EXPECT_IDENTIFIED_ERROR(
-        getPerms(ArgList(charRow(path), charRow(u"File"), cellRow(charRow(u"Readable"), doubleScalar(2)))),
-        "QUORIN:string:MustBeCellArrayOfStrings", inputName);
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path), charRow(u"File"),
+                                             stringArray({1, 2}, {u"Readable", std::nullopt}))),
+                            "QUORIN:string:MustBeCellArrayOfStrings", inputName);
+    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path), charRow(u"File"),
+                                             cellRow(charRow(u"Readable"), doubleScalar(2)))),
+                            "QUORIN:string:MustBeCellArrayOfStrings", inputName);
     EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(doubleScalar(3), charRow(u"File"))),
                             "QUORIN:string:MustBeStringScalarOrCharacterVector");
     EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(missingString(), charRow(u"File"))),
                             "QUORIN:string:MissingNotSupported");
     EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path))), "QUORIN:NotEnoughInputs");
-    EXPECT_IDENTIFIED_ERROR(getPerms(ArgList(charRow(path), charRow(u"File"), charRow(u"Readable"),
-                                             charRow(u"x"))),
-                            "QUORIN:TooManyInputs");
+    EXPECT_IDENTIFIED_ERROR(
+        getPerms(ArgList(charRow(path), charRow(u"File"), charRow(u"Readable"), charRow(u"x"))),
+        "QUORIN:TooManyInputs");
     ArgList args(charRow(path), charRow(u"File"));
     OutputSlots out(2);
     EXPECT_IDENTIFIED_ERROR(getPerms_impl(2, out.data(), args.count(), args.data()),
@@ -205,13 +205,13 @@ TEST_F(PermsCloudQueryTest, AReadOnlyFolderIsNotWritable) {
 }
 
 TEST_F(PermsCloudQueryTest, AFileReportsReadableAndItsWritableAttribute) {
-    const auto writable =
-        getPerms(ArgList(charRow(u"mem://root/data/a.csv"), charRow(u"File"), charRow(u"Readable")));
+    const auto writable = getPerms(
+        ArgList(charRow(u"mem://root/data/a.csv"), charRow(u"File"), charRow(u"Readable")));
     EXPECT_EQ(logicalFields(writable.get()), (Fields{{"Readable", true}, {"Writable", true}}));
 
     foundation::storage::provider::setMemFolderReadOnly(vfs::AbsoluteIRI(u"mem://root/data"), true);
-    const auto readOnly =
-        getPerms(ArgList(charRow(u"mem://root/data/a.csv"), charRow(u"File"), charRow(u"Readable")));
+    const auto readOnly = getPerms(
+        ArgList(charRow(u"mem://root/data/a.csv"), charRow(u"File"), charRow(u"Readable")));
     EXPECT_EQ(logicalFields(readOnly.get()), (Fields{{"Readable", true}, {"Writable", false}}));
 }
 
@@ -225,6 +225,53 @@ TEST_F(PermsCloudQueryTest, AStorageFailureReachesTheUserAsItIs) {
     EXPECT_IDENTIFIED_ERROR(
         getPerms(ArgList(charRow(u"mem://elsewhere/x"), charRow(u"File"), charRow(u"Readable"))),
         "QUORIN:storage:invalidLocation", u"mem://elsewhere/x");
+}
+
+}  // namespace
+}  // namespace zkfs::test::perms
+
+namespace zkfs::test::perms {
+namespace {
+
+namespace core = quorin::io::filesystem::core;
+
+class PermsLoggingTest : public PermsCloudQueryTest {
+protected:
+    void TearDown() override {
+        core::log::setDebugLogging(false);
+        PermsCloudQueryTest::TearDown();
+    }
+};
+
+TEST_F(PermsLoggingTest, EveryCaughtProbeFailureIsLoggedOnlyWhenDebugLoggingIsOn) {
+    foundation::storage::provider::setMemFolderReadOnly(vfs::AbsoluteIRI(u"mem://root/data"), true);
+    core::log::setDebugLogging(false);
+    ::testing::internal::CaptureStderr();
+    (void)getPerms(ArgList(charRow(u"mem://root/data"), charRow(u"Folder"), charRow(u"Readable")));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+
+    core::log::setDebugLogging(true);
+    ::testing::internal::CaptureStderr();
+    (void)getPerms(ArgList(charRow(u"mem://root/data"), charRow(u"Folder"), charRow(u"Readable")));
+    const std::string written = ::testing::internal::GetCapturedStderr();
+    // The refused probe file: caught, logged with its diagnostic, and turned into false.
+    EXPECT_NE(written.find("Exception caught: "), std::string::npos) << written;
+    EXPECT_NE(written.find("foundation::storage::vfs::Exception"), std::string::npos) << written;
+    EXPECT_NE(written.find("Permission denied: 'mem://root/data/"), std::string::npos) << written;
+    EXPECT_NE(written.find("src/filesystemPerms"), std::string::npos) << written;
+    EXPECT_NE(written.find("basicPermsOnCloudPaths"), std::string::npos) << written;
+}
+
+TEST_F(PermsLoggingTest, ABrokenLinkTargetIsLoggedBeforeItBecomesACause) {
+    TempTree tree;
+    tree.makeLink("gone", "l");
+    core::log::setDebugLogging(true);
+    ::testing::internal::CaptureStderr();
+    const auto out =
+        modifyPermsOut(tree.upath("l"), u"Other", request({{"GroupRead", true}}), u"target");
+    const std::string written = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(failureRows(out.get()).size(), 1U);
+    EXPECT_NE(written.find("Exception caught: "), std::string::npos) << written;
 }
 
 }  // namespace

@@ -1,14 +1,5 @@
 // modifyPerms_impl on folder trees: the order of the three walks, which entries each scope
 // reaches, links inside a tree, and failure reports.
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
 #include "PermsTestSupport.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
@@ -16,6 +7,15 @@
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Unprivileged.hpp"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
 
 namespace zkfs::test::perms {
 namespace {
@@ -86,8 +86,8 @@ TEST_F(PermsWalkTest, BottomUpWithScopeFilesLeavesSubfoldersButEndsWithTheFolder
         paths({"a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt", ""});
     const fl::ustring root = tree.upath("");
     runUnprivileged([&] {
-        const auto out = modifyPermsOut(root, u"Folder",
-                                        request({{"Writable", true}, {"Readable", false}}), u"files");
+        const auto out = modifyPermsOut(
+            root, u"Folder", request({{"Writable", true}, {"Readable", false}}), u"files");
         EXPECT_EQ(namesOf(out.get()), expected);
     });
 }
@@ -99,8 +99,8 @@ TEST_F(PermsWalkTest, GrantingReadIsTopDownEachFolderBeforeItsFiles) {
     const fl::ustring root = tree.upath("");
     runUnprivileged([&] {
         for (const char16_t* scope : {u"files", u"all"}) {
-            const auto out = modifyPermsOut(root, u"Folder",
-                                            request({{"Readable", true}, {"Writable", true}}), scope);
+            const auto out = modifyPermsOut(
+                root, u"Folder", request({{"Readable", true}, {"Writable", true}}), scope);
             EXPECT_EQ(namesOf(out.get()), expected);
         }
     });
@@ -112,9 +112,9 @@ TEST_F(PermsWalkTest, TopDownWithFilesFirstLooksAtTheFilesThenTheSubfolders) {
     tree.makeFolder("sub1/a-folder");
     tree.setMode("sub1/z.txt", 0644);
     tree.setMode("sub1/a-folder", 0755);
-    const Names expected = paths({"", "a.txt", "b.txt", "sub1", "sub1/c.txt", "sub1/z.txt",
-                                  "sub1/a-folder", "sub1/deep", "sub1/deep/d.txt", "sub2",
-                                  "sub2/e.txt"});
+    const Names expected =
+        paths({"", "a.txt", "b.txt", "sub1", "sub1/c.txt", "sub1/z.txt", "sub1/a-folder",
+               "sub1/deep", "sub1/deep/d.txt", "sub2", "sub2/e.txt"});
     const fl::ustring root = tree.upath("");
     runUnprivileged([&] {
         const auto out = modifyPermsOut(root, u"Folder", request({{"Readable", true}}), u"files");
@@ -131,13 +131,17 @@ TEST_F(PermsWalkTest, WithoutReadableTheWalkIsFlatFolderFirstThenTheListing) {
     const Names allExpected = paths({"", "a.txt", "b.txt", "sub1", "sub1/c.txt", "sub1/deep",
                                      "sub1/deep/d.txt", "sub2", "sub2/e.txt"});
     runUnprivileged([&] {
-        EXPECT_EQ(namesOf(modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"files").get()),
-                  filesExpected);
         EXPECT_EQ(
-            namesOf(modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"folders").get()),
+            namesOf(
+                modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"files").get()),
+            filesExpected);
+        EXPECT_EQ(
+            namesOf(
+                modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"folders").get()),
             foldersExpected);
-        EXPECT_EQ(namesOf(modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"all").get()),
-                  allExpected);
+        EXPECT_EQ(
+            namesOf(modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"all").get()),
+            allExpected);
     });
 }
 
@@ -177,8 +181,8 @@ TEST_F(PermsWalkTest, GrantingReadOpensEveryFolderBeforeListingIt) {
     tree.setMode("", 0300);
     const fl::ustring root = tree.upath("");
     runUnprivileged([&] {
-        const auto out = modifyPermsOut(root, u"Folder",
-                                        request({{"Readable", true}, {"Writable", true}}), u"files");
+        const auto out = modifyPermsOut(
+            root, u"Folder", request({{"Readable", true}, {"Writable", true}}), u"files");
         EXPECT_TRUE(failureRows(out.get()).empty());
     });
     for (const auto& f : kFiles) EXPECT_EQ(tree.mode(f), 0600U) << f;
