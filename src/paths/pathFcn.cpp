@@ -3,21 +3,23 @@
 //
 // No file-system access. A path the core cannot analyse gets the default element (missing
 // strings, false, NaN) rather than an error; only inputs of the wrong kind are raised.
-#include <cstddef>
-#include <limits>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "Hexfarrow/String/String.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
-#include "matrix/matrix.hpp"
+#include "SharedScalar.hpp"
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
 #include "quorin/io/filesystem/core/PathComponents.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "quorin/io/filesystem/quorin/PathConstituents.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+#include "matrix/matrix.hpp"
+
+#include <cstddef>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace quorin::io::filesystem::quorin {
 namespace {
@@ -71,8 +73,7 @@ public:
     Conventions(const vqArray* arg, std::size_t pathCount) : arg_(arg) {
         kind_ = classifyText(arg);
         if (kind_ == TextDispatch::Kind::Char) {
-            single_ = fileSystemType(
-                fl::ustring_view(vqGetChars(arg), vqGetNumberOfElements(arg)));
+            single_ = fileSystemType(fl::ustring_view(vqGetChars(arg), vqGetNumberOfElements(arg)));
             return;
         }
         // Paired element by element, never broadcast: a count that differs would read
@@ -95,8 +96,7 @@ public:
             case TextDispatch::Kind::Cell: {
                 const vqArray* elem = vqGetCell(arg_, i);
                 if (!Hexfarrow::String::isCharRowOrEmpty(elem)) {
-                    gw::throwBadCellElement(i,
-                                                         gw::CellErrorArgument::InputName);
+                    gw::throwBadCellElement(i, gw::CellErrorArgument::InputName);
                 }
                 return fileSystemType(
                     fl::ustring_view(vqGetChars(elem), vqGetNumberOfElements(elem)));
@@ -120,34 +120,61 @@ std::vector<std::string> fieldNames() {
             "Host",   "Port", "Query",     "Fragment"};
 }
 
-void setField(vqArray* s, std::size_t i, Field f, unique_vqarray_ptr value) {
-    vqSetFieldByNumber(s, i, f, value.release());  // the struct owns it even if this throws
-}
+// Fills elements of the result; the values that repeat are shared between elements.
+class ElementWriter {
+public:
+    explicit ElementWriter(vqArray* s) : s_(s) {}
 
-// An empty constituent is a missing string, so that "no extension" differs from "".
-unique_vqarray_ptr textValue(const fl::ustring& text) {
-    return text.empty() ? Hexfarrow::String::createMissingString()
-                        : Hexfarrow::String::createStringArray(text);
-}
+    void fill(std::size_t i, const PathConstituents& c) {
+        set(i, Parent, text(c.Parent, recurringParent_));
+        set(i, Name, text(c.Name));
+        set(i, Extension, text(c.Extension, recurringExtension_));
+        set(i, PathType, pathType(c.PathType));
+        set(i, IsAbsolute, (c.IsAbsolute ? yes_ : no_).reference());
+        set(i, Host, text(c.Host, recurringHost_));
+        set(i, Port,
+            c.Port == PathConstituents::noPort
+                ? noPort_.reference()
+                : vqCreateDoubleScalar(static_cast<double>(c.Port)).release());
+        set(i, Query, text(c.Query, recurringQuery_));
+        set(i, Fragment, text(c.Fragment, recurringFragment_));
+    }
 
-void fill(vqArray* s, std::size_t i, const PathConstituents& c) {
-    setField(s, i, Parent, textValue(c.Parent));
-    setField(s, i, Name, textValue(c.Name));
-    setField(s, i, Extension, textValue(c.Extension));
-    setField(s, i, PathType, textValue(c.PathType));
-    setField(s, i, IsAbsolute, vqCreateLogicalScalar(c.IsAbsolute));
-    setField(s, i, Host, textValue(c.Host));
-    setField(s, i, Port, vqCreateDoubleScalar(c.Port == PathConstituents::noPort
-                                                  ? std::numeric_limits<double>::quiet_NaN()
-                                                  : static_cast<double>(c.Port)));
-    setField(s, i, Query, textValue(c.Query));
-    setField(s, i, Fragment, textValue(c.Fragment));
-}
+private:
+    void set(std::size_t i, Field f, vqArray* value) const {
+        vqSetFieldByNumber(s_, i, f, value);  // the struct owns it even if this throws
+    }
+
+    // An empty constituent is a missing string, so that "no extension" differs from "".
+    [[nodiscard]] vqArray* text(const fl::ustring& t) const {
+        return t.empty() ? missing_.reference() : Hexfarrow::String::createStringArray(t).release();
+    }
+    [[nodiscard]] vqArray* text(const fl::ustring& t, SharedTexts& recurring) const {
+        return t.empty() ? missing_.reference() : recurring.reference(t);
+    }
+
+    [[nodiscard]] vqArray* pathType(const fl::ustring& t) const {
+        if (t == u"Local") return local_.reference();
+        if (t == u"URL") return url_.reference();
+        if (t == u"UNC") return unc_.reference();
+        return text(t);
+    }
+
+    vqArray* s_;
+    SharedScalar missing_{Hexfarrow::String::createMissingString()};
+    SharedScalar local_{Hexfarrow::String::createStringArray(u"Local")};
+    SharedScalar url_{Hexfarrow::String::createStringArray(u"URL")};
+    SharedScalar unc_{Hexfarrow::String::createStringArray(u"UNC")};
+    SharedScalar yes_{vqCreateLogicalScalar(true)};
+    SharedScalar no_{vqCreateLogicalScalar(false)};
+    SharedScalar noPort_{vqCreateDoubleScalar(std::numeric_limits<double>::quiet_NaN())};
+    SharedTexts recurringParent_, recurringExtension_, recurringHost_, recurringQuery_,
+        recurringFragment_;
+};
 
 }  // namespace
 
-PathConstituents getPathConstituentsCaller(const fl::ustring& path,
-                                           const fl::ustring& convention) {
+PathConstituents getPathConstituentsCaller(const fl::ustring& path, const fl::ustring& convention) {
     return analyse(path, fileSystemType(convention));
 }
 
@@ -164,13 +191,12 @@ void pathFcn(int outCount, unique_vqarray_ptr* outputs, int argCount, const vqAr
 
     unique_vqarray_ptr result =
         matrix::detail::do_create_struct(gw::textResultDims(paths), fieldNames());
-    vqArray* s = result.get();
+    ElementWriter writer(result.get());
     const PathConstituents defaults;
     fl::ustring path;
-    gw::forEachText(paths, [&](std::size_t i,
-                                            const std::optional<fl::ustring_view>& text) {
+    gw::forEachText(paths, [&](std::size_t i, const std::optional<fl::ustring_view>& text) {
         if (!text) {
-            fill(s, i, defaults);
+            writer.fill(i, defaults);
             return;
         }
         const FileSystemType type = conventions.at(i);
@@ -181,7 +207,7 @@ void pathFcn(int outCount, unique_vqarray_ptr* outputs, int argCount, const vqAr
         } catch (...) {
             // Text the core cannot analyse is answered with the default element.
         }
-        fill(s, i, c ? *c : defaults);
+        writer.fill(i, c ? *c : defaults);
     });
     gw::handOver(outputs, 0, std::move(result));
 }

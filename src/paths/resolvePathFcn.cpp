@@ -2,25 +2,26 @@
 //
 // A path the core cannot resolve is not an error; its element says "None". Only option
 // errors and a path input of the wrong kind are raised, options first.
+#include "SharedScalar.hpp"
+#include "quorin/gateway/Gateway.hpp"
+#include "quorin/gateway/Text.hpp"
+#include "quorin/io/filesystem/core/ResolvePath.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+#include "validation/NameValueOptions.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+#include "matrix/matrix.hpp"
+
+#include <boost/date_time/gregorian/gregorian_types.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <boost/date_time/gregorian/gregorian_types.hpp>
-#include <boost/date_time/posix_time/posix_time_types.hpp>
-
-#include "validation/NameValueOptions.hpp"
-
-#include "Hexfarrow/String/String.hpp"
-#include "foundation/storage/vfs/Exception.hpp"
-#include "matrix/matrix.hpp"
-#include "quorin/gateway/Gateway.hpp"
-#include "quorin/gateway/Text.hpp"
-#include "quorin/io/filesystem/core/ResolvePath.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 namespace quorin::io::filesystem::quorin {
 namespace {
@@ -33,23 +34,6 @@ using core::ResolvePathOptions;
 // Field numbers, in the order the struct is created with.
 enum Field : int { ResolvedPath = 0, Type, Readable, Writable, LastModified, Size };
 
-const fl::ustring& typeText(std::int32_t code) {
-    static const fl::ustring file = u"File";
-    static const fl::ustring folder = u"Folder";
-    static const fl::ustring link = u"SymbolicLink";
-    static const fl::ustring none = u"None";
-    switch (code) {
-        case core::PathType::File: return file;
-        case core::PathType::Folder: return folder;
-        case core::PathType::SymbolicLink: return link;
-        default: return none;
-    }
-}
-
-void setField(vqArray* s, std::size_t i, Field f, unique_vqarray_ptr value) {
-    vqSetFieldByNumber(s, i, f, value.release());  // the struct owns it even if this throws
-}
-
 // Whole milliseconds since 1970-01-01 00:00:00, truncated toward zero; NaN for a time the
 // core could not tell.
 double millisecondsSinceEpoch(const boost::posix_time::ptime& t) {
@@ -61,29 +45,63 @@ double millisecondsSinceEpoch(const boost::posix_time::ptime& t) {
     return static_cast<double>(micros / 1000);  // integer division truncates toward zero
 }
 
-void fillBasic(vqArray* s, std::size_t i, const core::ResolvePathResult& r) {
-    setField(s, i, ResolvedPath, Hexfarrow::String::createStringArray(r.path));
-    setField(s, i, Type, Hexfarrow::String::createStringArray(typeText(r.type)));
-}
+// Fills elements of the result; the type texts and flags are shared between elements.
+class ElementWriter {
+public:
+    explicit ElementWriter(vqArray* s) : s_(s) {}
 
-void fillAttributes(vqArray* s, std::size_t i, const core::ResolvePathResultWithAttributes& r) {
-    fillBasic(s, i, r);
-    setField(s, i, Readable, vqCreateLogicalScalar(r.readable));
-    setField(s, i, Writable, vqCreateLogicalScalar(r.writable));
-    setField(s, i, LastModified, vqCreateDoubleScalar(millisecondsSinceEpoch(r.lastModified)));
-    setField(s, i, Size, vqCreateDoubleScalar(static_cast<double>(r.size)));
-}
+    void fill(std::size_t i, const core::ResolvePathResult& r) const {
+        set(i, ResolvedPath, Hexfarrow::String::createStringArray(r.path).release());
+        set(i, Type, type(r.type).reference());
+    }
 
+    void fill(std::size_t i, const core::ResolvePathResultWithAttributes& r) const {
+        fill(i, static_cast<const core::ResolvePathResult&>(r));
+        set(i, Readable, (r.readable ? yes_ : no_).reference());
+        set(i, Writable, (r.writable ? yes_ : no_).reference());
+        set(i, LastModified,
+            vqCreateDoubleScalar(millisecondsSinceEpoch(r.lastModified)).release());
+        set(i, Size, vqCreateDoubleScalar(static_cast<double>(r.size)).release());
+    }
+
+private:
+    void set(std::size_t i, Field f, vqArray* value) const {
+        vqSetFieldByNumber(s_, i, f, value);  // the struct owns it even if this throws
+    }
+
+    [[nodiscard]] const SharedScalar& type(std::int32_t code) const {
+        switch (code) {
+            case core::PathType::File:
+                return file_;
+            case core::PathType::Folder:
+                return folder_;
+            case core::PathType::SymbolicLink:
+                return link_;
+            default:
+                return none_;
+        }
+    }
+
+    vqArray* s_;
+    SharedScalar file_{Hexfarrow::String::createStringArray(u"File")};
+    SharedScalar folder_{Hexfarrow::String::createStringArray(u"Folder")};
+    SharedScalar link_{Hexfarrow::String::createStringArray(u"SymbolicLink")};
+    SharedScalar none_{Hexfarrow::String::createStringArray(u"None")};
+    SharedScalar yes_{vqCreateLogicalScalar(true)};
+    SharedScalar no_{vqCreateLogicalScalar(false)};
+};
+
+// A path the core cannot reach through storage is answered as one that is not there.
 struct Basic {
     static std::vector<std::string> fields() { return {"ResolvedPath", "Type"}; }
-    static void resolveInto(vqArray* s, std::size_t i, const fl::ustring& path,
+    static void resolveInto(const ElementWriter& w, std::size_t i, const fl::ustring& path,
                             const ResolvePathOptions& options) {
         try {
-            fillBasic(s, i, core::resolvePath(path, options));
+            w.fill(i, core::resolvePath(path, options));
         } catch (const vfs::Exception&) {
-            fillBasic(s, i, core::ResolvePathResult{});
+            w.fill(i, core::ResolvePathResult{});
         } catch (const vfs::UnsupportedIRISchemeException&) {
-            fillBasic(s, i, core::ResolvePathResult{});
+            w.fill(i, core::ResolvePathResult{});
         }
     }
 };
@@ -92,14 +110,14 @@ struct WithAttributes {
     static std::vector<std::string> fields() {
         return {"ResolvedPath", "Type", "Readable", "Writable", "LastModified", "Size"};
     }
-    static void resolveInto(vqArray* s, std::size_t i, const fl::ustring& path,
+    static void resolveInto(const ElementWriter& w, std::size_t i, const fl::ustring& path,
                             const ResolvePathOptions& options) {
         try {
-            fillAttributes(s, i, core::resolvePathWithAttributes(path, options));
+            w.fill(i, core::resolvePathWithAttributes(path, options));
         } catch (const vfs::Exception&) {
-            fillAttributes(s, i, core::ResolvePathResultWithAttributes{});
+            w.fill(i, core::ResolvePathResultWithAttributes{});
         } catch (const vfs::UnsupportedIRISchemeException&) {
-            fillAttributes(s, i, core::ResolvePathResultWithAttributes{});
+            w.fill(i, core::ResolvePathResultWithAttributes{});
         }
     }
 };
@@ -115,13 +133,12 @@ void resolveGateway(int outCount, unique_vqarray_ptr* outputs, int argCount,
     const vqArray* paths = args[0];
     unique_vqarray_ptr result =
         matrix::detail::do_create_struct(gw::textResultDims(paths), Variant::fields());
-    vqArray* s = result.get();
+    const ElementWriter writer(result.get());
     fl::ustring path;
-    gw::forEachText(paths, [&](std::size_t i,
-                                            const std::optional<fl::ustring_view>& text) {
+    gw::forEachText(paths, [&](std::size_t i, const std::optional<fl::ustring_view>& text) {
         if (!text) return;  // a missing string keeps its element's empty fields
         path.assign(text->begin(), text->end());
-        Variant::resolveInto(s, i, path, options);
+        Variant::resolveInto(writer, i, path, options);
     });
     gw::handOver(outputs, 0, std::move(result));
 }

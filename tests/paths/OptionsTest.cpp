@@ -1,15 +1,14 @@
 // The name-value option parser on its own: order of checks, the struct form, the value
 // rule and the generic table (required names).
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "validation/NameValueOptions.hpp"
-
 #include "quorin/gateway/Errors.hpp"
+#include "validation/NameValueOptions.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
 
 namespace {
 
@@ -45,24 +44,26 @@ TEST_F(OptionParser, PathAloneGivesDefaults) {
 }
 
 TEST_F(OptionParser, EachNameSetsItsOwnFlag) {
-    expectFlags(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
-                {true, false, false});
+    expectFlags(
+        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
+        {true, false, false});
     expectFlags(parse(ArgList(charRow(u"/x"), stringScalar(u"LocalPathFromFileScheme"),
                               logicalScalar(true))),
                 {false, true, false});
-    expectFlags(parse(ArgList(charRow(u"/x"), charRow(u"CaseCorrectAndResolveOnWindows"),
-                              logicalScalar(true), charRow(u"ResolveSymbolicLinks"),
-                              logicalScalar(true))),
-                {true, false, true});
+    expectFlags(
+        parse(ArgList(charRow(u"/x"), charRow(u"CaseCorrectAndResolveOnWindows"),
+                      logicalScalar(true), charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
+        {true, false, true});
 }
 
 TEST_F(OptionParser, LastValueOfARepeatedNameWins) {
     expectFlags(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true),
                               charRow(u"ResolveSymbolicLinks"), logicalScalar(false))),
                 {false, false, false});
-    expectFlags(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(false),
-                              charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
-                {true, false, false});
+    expectFlags(
+        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(false),
+                      charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
+        {true, false, false});
 }
 
 TEST_F(OptionParser, LoneTextOptionIsAnUnpairedName) {
@@ -73,13 +74,13 @@ TEST_F(OptionParser, LoneTextOptionIsAnUnpairedName) {
 }
 
 TEST_F(OptionParser, ParityIsCheckedBeforeAnyConversion) {
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"),
-                                          logicalScalar(true), charRow(u"LocalPathFromFileScheme"))),
-                            kOdd);
+    EXPECT_IDENTIFIED_ERROR(
+        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true),
+                      charRow(u"LocalPathFromFileScheme"))),
+        kOdd);
     // An unknown name and a name that is no text at all come later than the parity.
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), doubleScalar(5),
-                                          doubleScalar(7))),
-                            kOdd);
+    EXPECT_IDENTIFIED_ERROR(
+        parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), doubleScalar(5), doubleScalar(7))), kOdd);
     EXPECT_IDENTIFIED_ERROR(
         parse(ArgList(charRow(u"/x"), doubleScalar(1), doubleScalar(5), doubleScalar(7))), kOdd);
 }
@@ -88,8 +89,9 @@ TEST_F(OptionParser, NamesMatchWholeAndCaseSensitively) {
     EXPECT_IDENTIFIED_ERROR(
         parse(ArgList(charRow(u"/x"), charRow(u"resolvesymboliclinks"), logicalScalar(true))),
         kUnknown, fl::ustring(u"resolvesymboliclinks"));
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"Resolve"), logicalScalar(true))),
-                            kUnknown, fl::ustring(u"Resolve"));
+    EXPECT_IDENTIFIED_ERROR(
+        parse(ArgList(charRow(u"/x"), charRow(u"Resolve"), logicalScalar(true))), kUnknown,
+        fl::ustring(u"Resolve"));
     EXPECT_IDENTIFIED_ERROR(
         parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinksX"), logicalScalar(true))),
         kUnknown, fl::ustring(u"ResolveSymbolicLinksX"));
@@ -146,24 +148,24 @@ TEST_F(OptionParser, FirstFailingPairWins) {
                                           charRow(u"ResolveSymbolicLinks"), doubleScalar(5))),
                             kUnknown, fl::ustring(u"Bogus"));
     // Within a pair, the name before the value.
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), doubleScalar(5))), kUnknown,
-        fl::ustring(u"Bogus"));
+    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), doubleScalar(5))),
+                            kUnknown, fl::ustring(u"Bogus"));
 }
 
 TEST_F(OptionParser, ScalarStructSetsItsFieldsInOrder) {
     expectFlags(parse(ArgList(charRow(u"/x"),
                               structScalar(field("ResolveSymbolicLinks", logicalScalar(true))))),
                 {true, false, false});
-    expectFlags(parse(ArgList(charRow(u"/x"),
-                              structScalar(field("LocalPathFromFileScheme", logicalScalar(true)),
-                                           field("CaseCorrectAndResolveOnWindows",
-                                                 logicalScalar(true))))),
-                {false, true, true});
+    expectFlags(
+        parse(ArgList(charRow(u"/x"),
+                      structScalar(field("LocalPathFromFileScheme", logicalScalar(true)),
+                                   field("CaseCorrectAndResolveOnWindows", logicalScalar(true))))),
+        {false, true, true});
     // Fields are taken in the struct's own order, so its first bad field is reported.
     EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), structScalar(field("Zeta", logicalScalar(true)),
-                                                   field("ResolveSymbolicLinks", doubleScalar(2))))),
+        parse(
+            ArgList(charRow(u"/x"), structScalar(field("Zeta", logicalScalar(true)),
+                                                 field("ResolveSymbolicLinks", doubleScalar(2))))),
         kUnknown, fl::ustring(u"Zeta"));
     EXPECT_IDENTIFIED_ERROR(
         parse(ArgList(charRow(u"/x"), structScalar(field("ResolveSymbolicLinks", doubleScalar(2)),
@@ -177,8 +179,8 @@ TEST_F(OptionParser, ScalarStructSetsItsFieldsInOrder) {
 
 TEST_F(OptionParser, StructFieldNamesAreDecodedFromUtf8) {
     EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), structScalar(field("Größe", logicalScalar(true))))),
-        kUnknown, fl::ustring(u"Größe"));
+        parse(ArgList(charRow(u"/x"), structScalar(field("Größe", logicalScalar(true))))), kUnknown,
+        fl::ustring(u"Größe"));
 }
 
 TEST_F(OptionParser, StructWithoutFieldsKeepsDefaults) {
@@ -187,16 +189,15 @@ TEST_F(OptionParser, StructWithoutFieldsKeepsDefaults) {
 
 TEST_F(OptionParser, StructMustBeScalar) {
     EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"),
-                      structArray({1, 2}, {"ResolveSymbolicLinks"},
-                                  [] {
-                                      std::vector<FieldValues> e;
-                                      e.push_back(fields(field("ResolveSymbolicLinks",
-                                                               logicalScalar(true))));
-                                      e.push_back(fields(field("ResolveSymbolicLinks",
-                                                               logicalScalar(true))));
-                                      return e;
-                                  }()))),
+        parse(ArgList(
+            charRow(u"/x"),
+            structArray({1, 2}, {"ResolveSymbolicLinks"},
+                        [] {
+                            std::vector<FieldValues> e;
+                            e.push_back(fields(field("ResolveSymbolicLinks", logicalScalar(true))));
+                            e.push_back(fields(field("ResolveSymbolicLinks", logicalScalar(true))));
+                            return e;
+                        }()))),
         kScalarStruct);
     EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), structArray({0, 0}, {}, {}))),
                             kScalarStruct);
@@ -205,7 +206,8 @@ TEST_F(OptionParser, StructMustBeScalar) {
 TEST_F(OptionParser, StructAmongPairsIsNotExpanded) {
     // In a name position it is no text; in a value position no logical.
     EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), structScalar(field("ResolveSymbolicLinks", logicalScalar(true))),
+        parse(ArgList(charRow(u"/x"),
+                      structScalar(field("ResolveSymbolicLinks", logicalScalar(true))),
                       logicalScalar(true))),
         "QUORIN:string:MustBeStringScalarOrCharacterVector");
     EXPECT_IDENTIFIED_ERROR(
@@ -223,21 +225,21 @@ void setVerbose(const vqArray* v, Record& r) { r.verbose = validation::getLogica
 void setDryRun(const vqArray* v, Record& r) { r.dryRun = validation::getLogicalScalar(v); }
 
 TEST_F(OptionParser, RequiredNamesAreCheckedLast) {
-    const validation::OptionTable<Record> table({{u"Verbose", &setVerbose}, {u"DryRun", &setDryRun}},
-                                                {u"DryRun"});
+    const validation::OptionTable<Record> table(
+        {{u"Verbose", &setVerbose}, {u"DryRun", &setDryRun}}, {u"DryRun"});
     {
         Record r;
         const ArgList args(charRow(u"/x"), charRow(u"Verbose"), logicalScalar(true));
-        EXPECT_IDENTIFIED_ERROR(validation::parseOptionArguments(table, args.data(), 1, args.count(), r),
-                                "QUORIN:io:common:validation:MissingRequiredArg",
-                                fl::ustring(u"DryRun"));
+        EXPECT_IDENTIFIED_ERROR(
+            validation::parseOptionArguments(table, args.data(), 1, args.count(), r),
+            "QUORIN:io:common:validation:MissingRequiredArg", fl::ustring(u"DryRun"));
     }
     {
         Record r;
         const ArgList args(charRow(u"/x"));
-        EXPECT_IDENTIFIED_ERROR(validation::parseOptionArguments(table, args.data(), 1, args.count(), r),
-                                "QUORIN:io:common:validation:MissingRequiredArg",
-                                fl::ustring(u"DryRun"));
+        EXPECT_IDENTIFIED_ERROR(
+            validation::parseOptionArguments(table, args.data(), 1, args.count(), r),
+            "QUORIN:io:common:validation:MissingRequiredArg", fl::ustring(u"DryRun"));
     }
     {
         Record r;

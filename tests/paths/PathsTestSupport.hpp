@@ -1,12 +1,12 @@
 #pragma once
 // Calling a gateway the way the host does, and reading fields of the struct it returns.
-#include <string>
-#include <vector>
+#include "quorin/gateway/Gateway.hpp"
+#include "zkfs/test/Arrays.hpp"
 
 #include <gtest/gtest.h>
 
-#include "quorin/gateway/Gateway.hpp"
-#include "zkfs/test/Arrays.hpp"
+#include <string>
+#include <vector>
 
 namespace zkfs::test::paths {
 
@@ -20,7 +20,8 @@ inline unique_vqarray_ptr call(GatewayFunction* gateway, const ArgList& args, in
 // Field names of a struct array, in order.
 inline std::vector<std::string> fieldNamesOf(const vqArray* s) {
     std::vector<std::string> names;
-    for (int f = 0; f < vqGetNumberOfFields(s); ++f) names.emplace_back(vqGetFieldNameByNumber(s, f));
+    for (int f = 0; f < vqGetNumberOfFields(s); ++f)
+        names.emplace_back(vqGetFieldNameByNumber(s, f));
     return names;
 }
 

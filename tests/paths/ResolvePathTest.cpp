@@ -1,14 +1,4 @@
 // resolvePathFcn and resolvePathFcnWithAttributes on real trees.
-#include <cmath>
-#include <ctime>
-#include <string>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "PathsTestSupport.hpp"
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
@@ -16,6 +6,16 @@
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Unprivileged.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <ctime>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,8 +42,10 @@ protected:
 };
 
 TEST_F(ResolvePath, CountsAreCheckedFirst) {
-    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcn, ArgList(doubleScalar(1)), 2), "QUORIN:TooManyOutputs");
-    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcnWithAttributes, ArgList()), "QUORIN:NotEnoughInputs");
+    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcn, ArgList(doubleScalar(1)), 2),
+                            "QUORIN:TooManyOutputs");
+    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcnWithAttributes, ArgList()),
+                            "QUORIN:NotEnoughInputs");
     // No upper limit: every further argument is an option.
     EXPECT_IDENTIFIED_ERROR(
         call(resolvePathFcn, ArgList(charRow(u"/"), charRow(u"a"), logicalScalar(true),
@@ -52,9 +54,10 @@ TEST_F(ResolvePath, CountsAreCheckedFirst) {
 }
 
 TEST_F(ResolvePath, ReportsFilesFoldersAndLinks) {
-    const auto r = call(resolvePathFcn,
-                        ArgList(stringArray({1, 4}, {tree.upath("data/a.csv"), tree.upath("data/sub"),
-                                                     tree.upath("latest"), tree.upath("data/x")})));
+    const auto r =
+        call(resolvePathFcn,
+             ArgList(stringArray({1, 4}, {tree.upath("data/a.csv"), tree.upath("data/sub"),
+                                          tree.upath("latest"), tree.upath("data/x")})));
     ASSERT_EQ(dimsOf(r.get()), (Dims{1, 4}));
     EXPECT_EQ(fieldNamesOf(r.get()), (std::vector<std::string>{"ResolvedPath", "Type"}));
     EXPECT_EQ(stringField(r.get(), 0, "ResolvedPath"), tree.upath("data/a.csv"));
@@ -69,7 +72,8 @@ TEST_F(ResolvePath, ReportsFilesFoldersAndLinks) {
 }
 
 TEST_F(ResolvePath, DanglingLinkAndEmptyTextAreNone) {
-    const auto r = call(resolvePathFcn, ArgList(cellRow(charRow(tree.upath("dangling")), charEmpty())));
+    const auto r =
+        call(resolvePathFcn, ArgList(cellRow(charRow(tree.upath("dangling")), charEmpty())));
     ASSERT_EQ(dimsOf(r.get()), (Dims{1, 2}));
     for (std::size_t i = 0; i < 2; ++i) {
         EXPECT_EQ(stringField(r.get(), i, "ResolvedPath"), u"");
@@ -80,9 +84,9 @@ TEST_F(ResolvePath, DanglingLinkAndEmptyTextAreNone) {
 TEST_F(ResolvePath, OptionsReachTheCore) {
     const auto plain = call(resolvePathFcn, ArgList(charRow(tree.upath("latest"))));
     EXPECT_EQ(stringField(plain.get(), 0, "Type"), u"SymbolicLink");
-    const auto followed = call(resolvePathFcn, ArgList(charRow(tree.upath("latest")),
-                                                       charRow(u"ResolveSymbolicLinks"),
-                                                       logicalScalar(true)));
+    const auto followed =
+        call(resolvePathFcn, ArgList(charRow(tree.upath("latest")),
+                                     charRow(u"ResolveSymbolicLinks"), logicalScalar(true)));
     EXPECT_EQ(stringField(followed.get(), 0, "ResolvedPath"), tree.upath("data/a.csv"));
     EXPECT_EQ(stringField(followed.get(), 0, "Type"), u"File");
     const auto viaStruct = call(
@@ -94,8 +98,9 @@ TEST_F(ResolvePath, OptionsReachTheCore) {
     const fl::ustring iri = u"file://" + tree.upath("data/a.csv");
     const auto asIri = call(resolvePathFcn, ArgList(stringScalar(iri)));
     EXPECT_EQ(stringField(asIri.get(), 0, "ResolvedPath"), iri);
-    const auto local = call(resolvePathFcn, ArgList(stringScalar(iri), stringScalar(u"LocalPathFromFileScheme"),
-                                                    logicalScalar(true)));
+    const auto local = call(
+        resolvePathFcn,
+        ArgList(stringScalar(iri), stringScalar(u"LocalPathFromFileScheme"), logicalScalar(true)));
     EXPECT_EQ(stringField(local.get(), 0, "ResolvedPath"), tree.upath("data/a.csv"));
     EXPECT_EQ(stringField(local.get(), 0, "Type"), u"File");
 }
@@ -111,8 +116,7 @@ TEST_F(ResolvePath, ResultTakesTheShapeOfAStringArray) {
     for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(stringField(r.get(), i, "Type"), types[i]) << i;
     EXPECT_EQ(stringField(r.get(), 1, "ResolvedPath"), d);
 
-    const auto threeD = call(resolvePathFcn,
-                             ArgList(stringArray({1, 1, 2}, {f, d})));
+    const auto threeD = call(resolvePathFcn, ArgList(stringArray({1, 1, 2}, {f, d})));
     EXPECT_EQ(dimsOf(threeD.get()), (Dims{1, 1, 2}));
 }
 
@@ -121,7 +125,8 @@ TEST_F(ResolvePath, MissingStringElementKeepsEmptyFields) {
                         ArgList(stringArray({1, 3}, {tree.upath("data/a.csv"), std::nullopt,
                                                      tree.upath("data/sub")})));
     ASSERT_EQ(dimsOf(r.get()), (Dims{1, 3}));
-    for (const char* name : {"ResolvedPath", "Type", "Readable", "Writable", "LastModified", "Size"}) {
+    for (const char* name :
+         {"ResolvedPath", "Type", "Readable", "Writable", "LastModified", "Size"}) {
         EXPECT_EQ(vqGetField(r.get(), 1, name), nullptr) << name;
     }
     EXPECT_EQ(stringField(r.get(), 0, "Type"), u"File");
@@ -176,19 +181,20 @@ TEST_F(ResolvePath, BadCellStopsTheCallAfterGoodCells) {
 }
 
 TEST_F(ResolvePath, OptionErrorsWinOverPathErrors) {
-    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcn, ArgList(doubleScalar(1), charRow(u"ResolveSymbolicLinks"),
-                                                         doubleScalar(5))),
-                            "QUORIN:io:common:validation:InternalError",
-                            std::string("Expected logical scalar"));
-    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcnWithAttributes,
-                                 ArgList(charMatrix({u"ab", u"cd"}), charRow(u"Bogus"),
-                                         logicalScalar(true))),
-                            "QUORIN:io:common:validation:UnknownParameter", fl::ustring(u"Bogus"));
+    EXPECT_IDENTIFIED_ERROR(
+        call(resolvePathFcn,
+             ArgList(doubleScalar(1), charRow(u"ResolveSymbolicLinks"), doubleScalar(5))),
+        "QUORIN:io:common:validation:InternalError", std::string("Expected logical scalar"));
+    EXPECT_IDENTIFIED_ERROR(
+        call(resolvePathFcnWithAttributes,
+             ArgList(charMatrix({u"ab", u"cd"}), charRow(u"Bogus"), logicalScalar(true))),
+        "QUORIN:io:common:validation:UnknownParameter", fl::ustring(u"Bogus"));
 }
 
 TEST_F(ResolvePath, UnsupportedSchemeIsNoneNotAnError) {
-    const auto r = call(resolvePathFcn, ArgList(stringArray({1, 2}, {u"gopher://example.org/x",
-                                                                    tree.upath("data/a.csv")})));
+    const auto r =
+        call(resolvePathFcn,
+             ArgList(stringArray({1, 2}, {u"gopher://example.org/x", tree.upath("data/a.csv")})));
     EXPECT_EQ(stringField(r.get(), 0, "ResolvedPath"), u"");
     EXPECT_EQ(stringField(r.get(), 0, "Type"), u"None");
     EXPECT_EQ(stringField(r.get(), 1, "Type"), u"File");
@@ -205,19 +211,22 @@ TEST_F(ResolvePath, UnsupportedSchemeIsNoneNotAnError) {
 TEST_F(ResolvePath, MalformedIriIsTheHostsError) {
     // Only the two storage failures of resolution become "None"; a name that is not an
     // IRI at all reaches the user with the storage library's own identifier.
-    EXPECT_IDENTIFIED_ERROR(call(resolvePathFcn, ArgList(stringArray({1, 2}, {tree.upath("data/a.csv"),
-                                                                              u"http://[::1/x"}))),
-                            "QUORIN:storage:invalidIRI", fl::ustring(u"http://[::1/x"));
+    EXPECT_IDENTIFIED_ERROR(
+        call(resolvePathFcn,
+             ArgList(stringArray({1, 2}, {tree.upath("data/a.csv"), u"http://[::1/x"}))),
+        "QUORIN:storage:invalidIRI", fl::ustring(u"http://[::1/x"));
 }
 
 TEST_F(ResolvePath, AttributesOfAFileAndAFolder) {
     tree.makeFile("data/b.bin", std::string(12345, 'x'));
     setModificationTime(tree.path("data/b.bin"), 1700000000, 123456789);
-    const auto r = call(resolvePathFcnWithAttributes,
-                        ArgList(stringArray({2, 1}, {tree.upath("data/b.bin"), tree.upath("data/sub")})));
+    const auto r =
+        call(resolvePathFcnWithAttributes,
+             ArgList(stringArray({2, 1}, {tree.upath("data/b.bin"), tree.upath("data/sub")})));
     ASSERT_EQ(dimsOf(r.get()), (Dims{2, 1}));
-    EXPECT_EQ(fieldNamesOf(r.get()), (std::vector<std::string>{"ResolvedPath", "Type", "Readable",
-                                                               "Writable", "LastModified", "Size"}));
+    EXPECT_EQ(fieldNamesOf(r.get()),
+              (std::vector<std::string>{"ResolvedPath", "Type", "Readable", "Writable",
+                                        "LastModified", "Size"}));
     EXPECT_EQ(stringField(r.get(), 0, "ResolvedPath"), tree.upath("data/b.bin"));
     EXPECT_EQ(stringField(r.get(), 0, "Type"), u"File");
     EXPECT_TRUE(logicalField(r.get(), 0, "Readable"));
@@ -248,8 +257,8 @@ TEST_F(ResolvePath, ModificationTimeTruncatesTowardZero) {
     };
     const Case cases[] = {
         {"epoch.txt", 0, 0, 0.0},
-        {"after.txt", 0, 900000, 0.0},         // 0.9 ms after the epoch
-        {"before.txt", -1, 998500000, -1.0},   // 1.5 ms before it
+        {"after.txt", 0, 900000, 0.0},        // 0.9 ms after the epoch
+        {"before.txt", -1, 998500000, -1.0},  // 1.5 ms before it
         {"earlier.txt", -2, 0, -2000.0},
         {"later.txt", 1, 999999999, 1999.0},
     };
@@ -308,4 +317,20 @@ TEST_F(ResolvePath, NothingIsLeftAliveAfterErrors) {
     EXPECT_EQ(vqLiveArrayCount(), before);
 }
 
+TEST_F(ResolvePath, SharedTypesAndFlagsReadAsOrdinaryValues) {
+    std::vector<StringElement> paths;
+    for (int k = 0; k < 300; ++k) {
+        paths.emplace_back(tree.upath(k % 3 == 0 ? "data/a.csv" : k % 3 == 1 ? "data/sub" : "x"));
+    }
+    unique_vqarray_ptr copy;
+    {
+        const auto r = call(resolvePathFcnWithAttributes, ArgList(stringArray({300, 1}, paths)));
+        copy = vqDuplicateArray(r.get());
+    }  // the result is gone; its copy must not have shared anything with it
+    const char16_t* types[] = {u"File", u"Folder", u"None"};
+    for (std::size_t k = 0; k < 300; ++k) {
+        ASSERT_EQ(stringField(copy.get(), k, "Type"), types[k % 3]) << k;
+        ASSERT_EQ(logicalField(copy.get(), k, "Readable"), k % 3 != 2) << k;
+    }
+}
 }  // namespace

@@ -16,16 +16,17 @@
 //   MissingRequiredArg    a required name was not given; argument: the name
 // A name that is not text fails with the text-argument errors. Nothing is returned on
 // failure; the options record is the caller's to discard.
+#include "quorin/gateway/Text.hpp"
+#include "quorin/io/filesystem/core/ResolvePath.hpp"
+
+#include "fl/ustring.hpp"
+#include "vq/vqArray.hpp"
+
 #include <initializer_list>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
-
-#include "fl/ustring.hpp"
-#include "quorin/gateway/Text.hpp"
-#include "quorin/io/filesystem/core/ResolvePath.hpp"
-#include "vq/vqArray.hpp"
 
 namespace quorin::io::common::validation {
 
@@ -92,8 +93,8 @@ void checkRequiredArgs(const OptionTable<Options>& table, const SeenNames& seen)
 
 // The option arguments args[first] .. args[argCount - 1] into `options`.
 template <class Options>
-void parseOptionArguments(const OptionTable<Options>& table, const vqArray* const* args,
-                          int first, int argCount, Options& options) {
+void parseOptionArguments(const OptionTable<Options>& table, const vqArray* const* args, int first,
+                          int argCount, Options& options) {
     const int optionCount = argCount - first;
     SeenNames seen;
     if (optionCount <= 0) {
@@ -115,7 +116,7 @@ void parseOptionArguments(const OptionTable<Options>& table, const vqArray* cons
 }
 
 // The options that follow args[0]: all false when there are none.
-quorin::io::filesystem::core::ResolvePathOptions parseResolvePathOptions(
-    const vqArray* const* args, int argCount);
+quorin::io::filesystem::core::ResolvePathOptions parseResolvePathOptions(const vqArray* const* args,
+                                                                         int argCount);
 
 }  // namespace quorin::io::common::validation

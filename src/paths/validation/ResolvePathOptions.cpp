@@ -1,9 +1,9 @@
-#include <string>
-
 #include "NameValueOptions.hpp"
+#include "quorin/gateway/Errors.hpp"
 
 #include "fl/i18n/unicode.hpp"
-#include "quorin/gateway/Errors.hpp"
+
+#include <string>
 
 namespace quorin::io::common::validation {
 
@@ -26,9 +26,7 @@ bool getLogicalScalar(const vqArray* value) {
 void throwUnknownParameter(const fl::ustring& name) { throwError<ids::UnknownParameter>(name); }
 void throwExpectedScalarStruct() { throwError<ids::ExpectedScalarStruct>(); }
 void throwOddNumberParameters() { throwError<ids::OddNumberParameters>(); }
-void throwMissingRequiredArg(const fl::ustring& name) {
-    throwError<ids::MissingRequiredArg>(name);
-}
+void throwMissingRequiredArg(const fl::ustring& name) { throwError<ids::MissingRequiredArg>(name); }
 
 std::vector<std::pair<fl::ustring, const vqArray*>> scalarStructFields(const vqArray* structArray) {
     if (!vqIsScalar(structArray)) throwExpectedScalarStruct();

@@ -9,10 +9,10 @@
 // Throws what the filesystem core throws for text it cannot analyse (a URL port that is
 // not a number below 65536: "QUORIN:io:filesystem:core:InvalidURLPort"), and
 // std::bad_alloc. No file-system access.
+#include "fl/ustring.hpp"
+
 #include <cstdint>
 #include <limits>
-
-#include "fl/ustring.hpp"
 
 namespace quorin::io::filesystem::quorin {
 
@@ -22,7 +22,7 @@ struct PathConstituents {
     fl::ustring Parent;
     fl::ustring Name;
     fl::ustring Extension;
-    fl::ustring PathType;    // "Local", "UNC" or "URL"
+    fl::ustring PathType;  // "Local", "UNC" or "URL"
     bool IsAbsolute = false;
     fl::ustring Host;
     std::uint64_t Port = noPort;
