@@ -90,6 +90,17 @@ TEST_F(ResolvePath, ResolvingLinksGivesTheCanonicalTarget) {
                  PathType::File);
     expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), resolving()), tree.upath("dir/sub"),
                  PathType::Folder);
+    // ".." without links, and names that only look like it.
+    tree.makeFile("dir/..x", "x");
+    expectResult(core::resolvePath(tree.upath("dir/sub/../f.txt"), resolving()), tree.upath("dir/f.txt"),
+                 PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/sub/../..x"), resolving()), tree.upath("dir/..x"),
+                 PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/..x"), resolving()), tree.upath("dir/..x"), PathType::File);
+    // The kernel's own mark for a removed file must not be mistaken for one.
+    tree.makeFile("dir/x (deleted)", "x");
+    expectResult(core::resolvePath(tree.upath("dir/x (deleted)"), resolving()), tree.upath("dir/x (deleted)"),
+                 PathType::File);
     // A link inside the path, not only at its end.
     expectResult(core::resolvePath(tree.upath("dir/linkToFolder/../f.txt"), resolving()),
                  tree.upath("dir/f.txt"), PathType::File);
@@ -256,19 +267,27 @@ TEST_F(ResolvePath, AFolderThatCannotBeSearchedIsPermissionDenied) {
 }
 
 namespace {
+// Every way the core looks at the file fails, whichever it takes first.
 int failStatWithEIO(const char* operation, const std::string& path) {
-    return std::strcmp(operation, "stat") == 0 && path.find("/dir/f.txt") != std::string::npos ? EIO : 0;
+    const bool look = std::strcmp(operation, "stat") == 0 || std::strcmp(operation, "lstat") == 0 ||
+                      std::strcmp(operation, "realpath") == 0;
+    return look && path.find("/dir/f.txt") != std::string::npos ? EIO : 0;
 }
 }  // namespace
 
 TEST_F(ResolvePath, OtherSystemFailuresAreCode5WithTheSystemText) {
     const auto previous = core::posix::setFaultHook(&failStatWithEIO);
-    try {
-        (void)core::resolvePath(tree.upath("dir/f.txt"), {});
-        ADD_FAILURE() << "no exception";
-    } catch (const vfs::Exception& e) {
-        EXPECT_EQ(e.getErrorCode(), vfs::Exception::OtherIOError);
-        EXPECT_EQ(e.getSystemText(), std::strerror(EIO));
+    for (const bool resolve : {false, true}) {
+        SCOPED_TRACE(resolve ? "resolving" : "not resolving");
+        core::ResolvePathOptions o;
+        o.ResolveSymbolicLinks = resolve;
+        try {
+            (void)core::resolvePath(tree.upath("dir/f.txt"), o);
+            ADD_FAILURE() << "no exception";
+        } catch (const vfs::Exception& e) {
+            EXPECT_EQ(e.getErrorCode(), vfs::Exception::OtherIOError);
+            EXPECT_EQ(e.getSystemText(), std::strerror(EIO));
+        }
     }
     // Other paths are untouched by the fault.
     EXPECT_EQ(core::resolvePath(tree.upath("dir/sub"), {}).type, PathType::Folder);

@@ -16,6 +16,11 @@ int statPath(const std::string& path, struct stat& out) noexcept;
 int lstatPath(const std::string& path, struct stat& out) noexcept;
 int accessPath(const std::string& path, int mode) noexcept;
 int realPath(const std::string& path, std::string& out);
+// realpath(3) and stat(2) of the result in one walk. The path must be in native form
+// (absolute, no "." or repeated "/"). Without links or ".." on the way it is its own
+// answer; else it is opened (O_PATH) and the kernel names the open file; realpath(3)
+// answers where that cannot (no /proc, a name too long, a file removed meanwhile).
+int canonicalPath(const std::string& path, std::string& out, struct stat& target);
 int symlinkPath(const std::string& target, const std::string& link) noexcept;
 
 // The operating system's text for an errno.

@@ -38,27 +38,29 @@ bool isNothingThere(int error) noexcept {
 bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, LocalHit& hit) {
     if (path.empty()) return false;
     const std::string native = detail::nativeUtf8(path);
-    if (const int e = posix::statPath(native, hit.target)) {
-        if (isNothingThere(e)) return false;
-        detail::throwStorageError(e, native);
-    }
-    const std::int32_t targetType = S_ISDIR(hit.target.st_mode) ? PathType::Folder : PathType::File;
     if (options.ResolveSymbolicLinks) {
-        if (const int e = posix::realPath(native, hit.path)) {
-            // Gone between the two calls: answer as if it had never been there.
+        if (const int e = posix::canonicalPath(native, hit.path, hit.target)) {
             if (isNothingThere(e)) return false;
             detail::throwStorageError(e, native);
         }
-        hit.type = targetType;
+        hit.type = S_ISDIR(hit.target.st_mode) ? PathType::Folder : PathType::File;
         return true;
     }
-    struct stat self {};
-    if (const int e = posix::lstatPath(native, self)) {
+    // The name itself first: for anything but a link that one walk tells everything.
+    if (const int e = posix::lstatPath(native, hit.target)) {
         if (isNothingThere(e)) return false;
         detail::throwStorageError(e, native);
     }
+    const bool link = S_ISLNK(hit.target.st_mode);
+    if (link) {
+        if (const int e = posix::statPath(native, hit.target)) {
+            if (isNothingThere(e)) return false;
+            detail::throwStorageError(e, native);
+        }
+    }
     hit.path = native;
-    hit.type = S_ISLNK(self.st_mode) ? PathType::SymbolicLink : targetType;
+    hit.type = link ? PathType::SymbolicLink
+                    : (S_ISDIR(hit.target.st_mode) ? PathType::Folder : PathType::File);
     return true;
 }
 
