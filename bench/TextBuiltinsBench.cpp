@@ -3,18 +3,19 @@
 // name comes in ZKFS_BENCH_DATA. For relativepath the first line is the source folder.
 // Building the argument array is the host's work and stays outside the timed loop; the
 // result array (and its release) is ours and stays inside.
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "fl/i18n/unicode.hpp"
+
+#include <benchmark/benchmark.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <benchmark/benchmark.h>
-
-#include "Hexfarrow/String/String.hpp"
-#include "fl/i18n/unicode.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 namespace {
 
@@ -75,8 +76,7 @@ void BM_CreateFileURL(benchmark::State& state) {
     const auto paths = readLines(state);
     if (paths.empty()) return;
     const unique_vqarray_ptr column = stringColumn(paths);
-    runGateway(state, quorin::io::filesystem::quorin::createFileURL, {column.get()},
-               paths.size());
+    runGateway(state, quorin::io::filesystem::quorin::createFileURL, {column.get()}, paths.size());
 }
 BENCHMARK(BM_CreateFileURL)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 

@@ -1,13 +1,14 @@
 // pathNameLengthValidation: whether each path name fits the length the host's file
 // functions accept. Text only: nothing is looked up on disk.
-#include <cstddef>
-#include <optional>
-#include <vector>
-
-#include "matrix/matrix.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "matrix/matrix.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <vector>
 
 namespace {
 
@@ -25,11 +26,11 @@ void pathNameLengthValidation(int outCount, unique_vqarray_ptr* outputs, int arg
     // host array at all.
     std::vector<bool> valid;
     valid.reserve(quorin::gateway::textElementCount(args[0]));
-    quorin::gateway::forEachText(
-        args[0], [&](std::size_t, const std::optional<fl::ustring_view>& text) {
-            // A missing string names no path, so it cannot be too long.
-            valid.push_back(!text || text->size() <= kMaxPathNameLength);
-        });
+    quorin::gateway::forEachText(args[0],
+                                 [&](std::size_t, const std::optional<fl::ustring_view>& text) {
+                                     // A missing string names no path, so it cannot be too long.
+                                     valid.push_back(!text || text->size() <= kMaxPathNameLength);
+                                 });
 
     // One column whatever the input's shape: callers index it by linear position.
     unique_vqarray_ptr result =

@@ -1,16 +1,18 @@
 // relativepath: each destination expressed relative to one source, by the filesystem
 // core's rules; the result takes the destination's shape.
+#include "quorin/io/filesystem/core/RelativePath.hpp"
+
+#include "quorin/gateway/Errors.hpp"
+#include "quorin/gateway/Gateway.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+
 #include <cstddef>
 #include <exception>
 #include <optional>
 #include <utility>
-
-#include "Hexfarrow/String/String.hpp"
-#include "foundation/storage/vfs/Exception.hpp"
-#include "quorin/gateway/Errors.hpp"
-#include "quorin/gateway/Gateway.hpp"
-#include "quorin/io/filesystem/core/RelativePath.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 namespace {
 
@@ -101,9 +103,12 @@ template <Form S>
 void relateAllFrom(Form d, const vqArray* source, const vqArray* destination,
                    Hexfarrow::String::String& out) {
     switch (d) {
-        case Form::String: return relateAll<S, Form::String>(source, destination, out);
-        case Form::Char: return relateAll<S, Form::Char>(source, destination, out);
-        case Form::Cell: return relateAll<S, Form::Cell>(source, destination, out);
+        case Form::String:
+            return relateAll<S, Form::String>(source, destination, out);
+        case Form::Char:
+            return relateAll<S, Form::Char>(source, destination, out);
+        case Form::Cell:
+            return relateAll<S, Form::Cell>(source, destination, out);
     }
 }
 
@@ -122,15 +127,20 @@ void relativepath(int outCount, unique_vqarray_ptr* outputs, int argCount, const
     const Form d = destinationForm(destination);
 
     unique_vqarray_ptr result =
-        d == Form::Char
-            ? Hexfarrow::String::createStringArray(1, 1)
-            : Hexfarrow::String::createStringArray(vqGetNumberOfDimensions(destination),
-                                                   vqGetDimensions(destination));
+        d == Form::Char ? Hexfarrow::String::createStringArray(1, 1)
+                        : Hexfarrow::String::createStringArray(vqGetNumberOfDimensions(destination),
+                                                               vqGetDimensions(destination));
     auto& out = Hexfarrow::String::getMutableString(result.get());
     switch (s) {
-        case Form::String: relateAllFrom<Form::String>(d, source, destination, out); break;
-        case Form::Char: relateAllFrom<Form::Char>(d, source, destination, out); break;
-        case Form::Cell: relateAllFrom<Form::Cell>(d, source, destination, out); break;
+        case Form::String:
+            relateAllFrom<Form::String>(d, source, destination, out);
+            break;
+        case Form::Char:
+            relateAllFrom<Form::Char>(d, source, destination, out);
+            break;
+        case Form::Cell:
+            relateAllFrom<Form::Cell>(d, source, destination, out);
+            break;
     }
     quorin::gateway::handOver(outputs, 0, std::move(result));
 }

@@ -1,16 +1,17 @@
 // createFileURL: "file" URLs for local paths, one per input text, in the input's shape.
-#include <cstddef>
-#include <optional>
-#include <utility>
-#include <vector>
-
-#include "Hexfarrow/String/String.hpp"
-#include "fl/filesystem/filesystem.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "fl/filesystem/filesystem.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <utility>
+#include <vector>
 
 namespace quorin::io::filesystem::quorin {
 namespace {

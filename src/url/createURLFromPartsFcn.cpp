@@ -2,11 +2,12 @@
 //
 // This built-in answers and never complains: any failure after the count checks gives
 // the fresh 1x1 string array untouched, which its callers take for "no URL".
-#include "Hexfarrow/String/String.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
 
 void createURLFromPartsFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                            const vqArray* const* args) {

@@ -1,9 +1,10 @@
 // getContentTypeFcn: the media type of one location, as the filesystem core decides it.
-#include "Hexfarrow/String/String.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
 #include "quorin/io/filesystem/core/ContentType.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "Hexfarrow/String/String.hpp"
 
 namespace quorin::io::filesystem::quorin {
 

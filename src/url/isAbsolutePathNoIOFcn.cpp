@@ -1,13 +1,14 @@
 // isAbsolutePathNoIOFcn: whether each path text is absolute, decided on the text alone.
-#include <cstddef>
-#include <optional>
-
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
-#include "matrix/matrix.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
 #include "quorin/io/filesystem/core/PathComponents.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+#include "matrix/matrix.hpp"
+
+#include <cstddef>
+#include <optional>
 
 namespace {
 
@@ -40,12 +41,12 @@ void isAbsolutePathNoIOFcn(int outCount, unique_vqarray_ptr* outputs, int argCou
     vqLogical* answers = vqGetLogicals(result.get());
 
     fl::ustring path;  // one buffer for the whole walk
-    quorin::gateway::forEachText(
-        paths, [&](std::size_t i, const std::optional<fl::ustring_view>& text) {
-            if (!text) return;  // a missing string is not absolute
-            path.assign(*text);
-            answers[i] = isAbsoluteText(path);
-        });
+    quorin::gateway::forEachText(paths,
+                                 [&](std::size_t i, const std::optional<fl::ustring_view>& text) {
+                                     if (!text) return;  // a missing string is not absolute
+                                     path.assign(*text);
+                                     answers[i] = isAbsoluteText(path);
+                                 });
 
     quorin::gateway::handOver(outputs, 0, std::move(result));
 }

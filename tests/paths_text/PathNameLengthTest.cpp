@@ -1,14 +1,14 @@
 // pathNameLengthValidation: one entry per path name, as an N-by-1 logical, true when the
 // name has at most 4352 UTF-16 code units.
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "GatewayCall.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include <gtest/gtest.h>
+
+#include <vector>
 
 namespace {
 
@@ -56,8 +56,10 @@ TEST_F(PathNameLength, EmptyCharIsValid) {
 TEST_F(PathNameLength, StringArraysBecomeAColumnInLinearOrder) {
     EXPECT_EQ(validity(ArgList(stringArray({1, 3}, {u"/a", units(4353), u""})), 3),
               (std::vector<bool>{true, false, true}));
-    EXPECT_EQ(validity(ArgList(stringArray({2, 3}, {u"a", units(5000), u"b", u"c", units(4353), u"d"})), 6),
-              (std::vector<bool>{true, false, true, true, false, true}));
+    EXPECT_EQ(
+        validity(ArgList(stringArray({2, 3}, {u"a", units(5000), u"b", u"c", units(4353), u"d"})),
+                 6),
+        (std::vector<bool>{true, false, true, true, false, true}));
     EXPECT_EQ(validity(ArgList(stringArray({1, 2, 2}, {units(4353), u"a", u"b", u"c"})), 4),
               (std::vector<bool>{false, true, true, true}));
 }

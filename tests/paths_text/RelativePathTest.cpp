@@ -1,15 +1,16 @@
 // relativepath: destinations expressed relative to one source folder, in the
 // destination's shape.
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "GatewayCall.hpp"
-#include "fl/i18n/unicode.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
+#include <gtest/gtest.h>
+
+#include <vector>
 
 namespace {
 
@@ -75,7 +76,8 @@ TEST_F(RelativePath, EveryDestinationFormIsRead) {
             return s == 0 ? charRow(u"/p") : s == 1 ? stringScalar(u"/p") : cellRow(charRow(u"/p"));
         };
         EXPECT_EQ(related(source(), charRow(u"/p/q"), {1, 1}), std::vector<StringElement>{u"q"});
-        EXPECT_EQ(related(source(), stringScalar(u"/p/q"), {1, 1}), std::vector<StringElement>{u"q"});
+        EXPECT_EQ(related(source(), stringScalar(u"/p/q"), {1, 1}),
+                  std::vector<StringElement>{u"q"});
         EXPECT_EQ(related(source(), cellRow(charRow(u"/p/q"), charRow(u"/r")), {1, 2}),
                   (std::vector<StringElement>{u"q", u"../r"}));
         EXPECT_EQ(related(source(), stringArray({2, 2}, {u"/p/a", u"/p", u"/", u"/p/b/c"}), {2, 2}),
@@ -175,13 +177,14 @@ TEST_F(RelativePath, MissingStringsAreRefused) {
 
 TEST_F(RelativePath, CountsAreCheckedBeforeAnyType) {
     OutputSlots out(2);
-    EXPECT_IDENTIFIED_ERROR(callGateway(relativepath, 2, out, ArgList(doubleScalar(1), doubleScalar(2))),
-                            "QUORIN:TooManyOutputs");
+    EXPECT_IDENTIFIED_ERROR(
+        callGateway(relativepath, 2, out, ArgList(doubleScalar(1), doubleScalar(2))),
+        "QUORIN:TooManyOutputs");
     EXPECT_IDENTIFIED_ERROR(callGateway(relativepath, 1, out, ArgList(doubleScalar(1))),
                             "QUORIN:NotEnoughInputs");
-    EXPECT_IDENTIFIED_ERROR(
-        callGateway(relativepath, 1, out, ArgList(doubleScalar(1), doubleScalar(2), doubleScalar(3))),
-        "QUORIN:TooManyInputs");
+    EXPECT_IDENTIFIED_ERROR(callGateway(relativepath, 1, out,
+                                        ArgList(doubleScalar(1), doubleScalar(2), doubleScalar(3))),
+                            "QUORIN:TooManyInputs");
     EXPECT_EQ(out[0], nullptr);
 }
 

@@ -1,12 +1,12 @@
 // getContentTypeFcn: one location in, its media type out as a string scalar.
-#include <gtest/gtest.h>
-
 #include "GatewayCall.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -26,8 +26,9 @@ void expectType(unique_vqarray_ptr result, const fl::ustring& expected) {
 
 TEST_F(GetContentType, KnownExtensionOfAnExistingFileFromCharRow) {
     tree.makeFile("data/measurements.csv", "a,b\n1,2\n");
-    expectType(callForResult(getContentTypeFcn, ArgList(charRow(tree.upath("data/measurements.csv")))),
-               u"text/csv");
+    expectType(
+        callForResult(getContentTypeFcn, ArgList(charRow(tree.upath("data/measurements.csv")))),
+        u"text/csv");
 }
 
 TEST_F(GetContentType, DataFormatFromStringScalarWithoutTheFileExisting) {

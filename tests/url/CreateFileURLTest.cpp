@@ -1,19 +1,20 @@
 // createFileURL: "file" URLs for local paths, one per text, in the argument's shape.
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "GatewayCall.hpp"
-#include "fl/i18n/unicode.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
 
 namespace {
 

@@ -1,15 +1,16 @@
 // createURLFromPartsFcn: a base and a reference joined by RFC 3986 section 5; any failure
 // answers the untouched 1x1 string array instead of an error.
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "GatewayCall.hpp"
-#include "fl/i18n/unicode.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
+#include <gtest/gtest.h>
+
+#include <vector>
 
 namespace {
 
@@ -66,23 +67,27 @@ TEST_F(CreateURLFromParts, ResolutionExamples) {
 }
 
 TEST_F(CreateURLFromParts, RealisticDatasetLink) {
-    EXPECT_EQ(joined(u"https://data.example.org/v1/datasets/", u"../files/summary.parquet?rev=3#top"),
-              std::vector<StringElement>{u"https://data.example.org/v1/files/summary.parquet?rev=3#top"});
+    EXPECT_EQ(
+        joined(u"https://data.example.org/v1/datasets/", u"../files/summary.parquet?rev=3#top"),
+        std::vector<StringElement>{u"https://data.example.org/v1/files/summary.parquet?rev=3#top"});
 }
 
 TEST_F(CreateURLFromParts, TextIsPercentEncoded) {
-    EXPECT_EQ(joined(u"https://h/d\u00e9p\u00f4t/", u"r\u00e9sum\u00e9 final.pdf"),
-              std::vector<StringElement>{u"https://h/d%C3%A9p%C3%B4t/r%C3%A9sum%C3%A9%20final.pdf"});
+    EXPECT_EQ(
+        joined(u"https://h/d\u00e9p\u00f4t/", u"r\u00e9sum\u00e9 final.pdf"),
+        std::vector<StringElement>{u"https://h/d%C3%A9p%C3%B4t/r%C3%A9sum%C3%A9%20final.pdf"});
 }
 
 TEST_F(CreateURLFromParts, LocalAbsolutePathBaseIsItsFileURL) {
-    EXPECT_EQ(joined(u"/data/raw/", u"x.csv"), std::vector<StringElement>{u"file:///data/raw/x.csv"});
+    EXPECT_EQ(joined(u"/data/raw/", u"x.csv"),
+              std::vector<StringElement>{u"file:///data/raw/x.csv"});
 }
 
 TEST_F(CreateURLFromParts, EveryTextFormIsAccepted) {
     EXPECT_EQ(joined(charRow(u"http://a/b/"), stringScalar(u"c")),
               std::vector<StringElement>{u"http://a/b/c"});
-    EXPECT_EQ(joined(charRow(u"http://a/b/"), charEmpty()), std::vector<StringElement>{u"http://a/b/"});
+    EXPECT_EQ(joined(charRow(u"http://a/b/"), charEmpty()),
+              std::vector<StringElement>{u"http://a/b/"});
     EXPECT_EQ(joined(stringScalar(u"http://a/b/"), stringScalar(u"c")),
               std::vector<StringElement>{u"http://a/b/c"});
 }
@@ -102,7 +107,8 @@ TEST_F(CreateURLFromParts, EveryFailureAnswersUntouched) {
     rows.push_back({"numeric base", doubleScalar(1), charRow(u"g")});
     rows.push_back({"numeric reference", charRow(u"http://a/"), doubleScalar(1)});
     rows.push_back({"missing reference", charRow(u"http://a/"), missingString()});
-    rows.push_back({"1x2 string base", stringArray({1, 2}, {u"http://a/", u"http://b/"}), charRow(u"g")});
+    rows.push_back(
+        {"1x2 string base", stringArray({1, 2}, {u"http://a/", u"http://b/"}), charRow(u"g")});
     rows.push_back({"cell base", cellRow(charRow(u"http://a/")), charRow(u"g")});
     rows.push_back({"2x2 char reference", charRow(u"http://a/"), charMatrix({u"ab", u"cd"})});
     rows.push_back({"relative base", charRow(u"data/raw"), charRow(u"g")});
@@ -127,11 +133,13 @@ TEST_F(CreateURLFromParts, OnlyTheCountErrorsLeave) {
     EXPECT_IDENTIFIED_ERROR(
         callGateway(createURLFromPartsFcn, 2, out, ArgList(charRow(u"http://a/"), charRow(u"g"))),
         "QUORIN:TooManyOutputs");
-    EXPECT_IDENTIFIED_ERROR(callGateway(createURLFromPartsFcn, 1, out, ArgList(charRow(u"http://a/"))),
-                            "QUORIN:NotEnoughInputs");
-    EXPECT_IDENTIFIED_ERROR(callGateway(createURLFromPartsFcn, 1, out,
-                                        ArgList(charRow(u"http://a/"), charRow(u"g"), charRow(u"h"))),
-                            "QUORIN:TooManyInputs");
+    EXPECT_IDENTIFIED_ERROR(
+        callGateway(createURLFromPartsFcn, 1, out, ArgList(charRow(u"http://a/"))),
+        "QUORIN:NotEnoughInputs");
+    EXPECT_IDENTIFIED_ERROR(
+        callGateway(createURLFromPartsFcn, 1, out,
+                    ArgList(charRow(u"http://a/"), charRow(u"g"), charRow(u"h"))),
+        "QUORIN:TooManyInputs");
     EXPECT_EQ(out[0], nullptr);
 }
 

@@ -1,13 +1,14 @@
 #pragma once
 // Calling a gateway as the host does: owned arguments, fresh result slots. The slots
 // are handed back so a test can check both what was stored and what was not.
-#include <cstddef>
-#include <string>
-#include <vector>
+#include "zkfs/test/Arrays.hpp"
 
 #include "fl/i18n/ZkLocale.hpp"
 #include "vq/vqArray.hpp"
-#include "zkfs/test/Arrays.hpp"
+
+#include <cstddef>
+#include <string>
+#include <vector>
 
 namespace zkfs::test {
 

@@ -1,15 +1,16 @@
 // isAbsolutePathNoIOFcn: one answer per text, in the argument's shape, never touching
 // the file system.
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "GatewayCall.hpp"
-#include "fl/i18n/unicode.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
+#include <gtest/gtest.h>
+
+#include <vector>
 
 namespace {
 
@@ -78,9 +79,9 @@ TEST_F(IsAbsolutePath, EmptyCharRowIsOneFalse) {
 
 TEST_F(IsAbsolutePath, CellKeepsItsShape) {
     std::vector<unique_vqarray_ptr> cells;
-    cells.push_back(charRow(u"/a"));      // (1,1)
-    cells.push_back(charRow(u"b"));       // (2,1)
-    cells.push_back(charEmpty());         // (1,2)
+    cells.push_back(charRow(u"/a"));         // (1,1)
+    cells.push_back(charRow(u"b"));          // (2,1)
+    cells.push_back(charEmpty());            // (1,2)
     cells.push_back(charRow(u"http://h/"));  // (2,2)
     EXPECT_EQ(answersFor(ArgList(cellArray({2, 2}, std::move(cells))), {2, 2}),
               (std::vector<bool>{true, false, false, true}));
