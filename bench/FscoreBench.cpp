@@ -1,14 +1,15 @@
 // Filesystem core cases. The data is a list file (one path a line) that bench/run made;
 // its name comes in ZKFS_BENCH_DATA.
+#include "quorin/io/filesystem/core/ResolvePath.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
+#include <benchmark/benchmark.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
-
-#include <benchmark/benchmark.h>
-
-#include "fl/i18n/unicode.hpp"
-#include "quorin/io/filesystem/core/ResolvePath.hpp"
 
 namespace {
 

@@ -1,10 +1,11 @@
 // Media types by name and by content.
-#include <gtest/gtest.h>
+#include "quorin/io/filesystem/core/ContentType.hpp"
+#include "zkfs/test/TempTree.hpp"
 
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
-#include "quorin/io/filesystem/core/ContentType.hpp"
-#include "zkfs/test/TempTree.hpp"
+
+#include <gtest/gtest.h>
 
 namespace core = quorin::io::filesystem::core;
 
@@ -70,5 +71,6 @@ TEST(ContentType, NamesThatAreNotUtf8AreSniffedToo) {
     zkfs::test::TempTree tree;
     const std::string name = "\xff\xfe-picture";
     tree.makeFile(name, png);
-    EXPECT_EQ(core::getContentTypeCaller(fl::i18n::to_ustring(tree.path(name).string())), u"image/png");
+    EXPECT_EQ(core::getContentTypeCaller(fl::i18n::to_ustring(tree.path(name).string())),
+              u"image/png");
 }

@@ -1,16 +1,17 @@
 // Captured-error texts, the catalog entries of the core's identifiers, and the logger.
-#include <stdexcept>
-
-#include <boost/exception_ptr.hpp>
-#include <gtest/gtest.h>
+#include "quorin/io/filesystem/core/Errors.hpp"
+#include "quorin/io/filesystem/core/Identifiers.hpp"
+#include "quorin/io/filesystem/core/Log.hpp"
 
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/core/except/Exception.hpp"
-#include "quorin/io/filesystem/core/Errors.hpp"
-#include "quorin/io/filesystem/core/Identifiers.hpp"
-#include "quorin/io/filesystem/core/Log.hpp"
+
+#include <boost/exception_ptr.hpp>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace core = quorin::io::filesystem::core;
 namespace ids = QUORIN::io::filesystem::core;
@@ -32,14 +33,17 @@ std::exception_ptr captured(const E& e) {
 TEST(CapturedErrors, IdentifiedErrorsGiveIdentifierAndCatalogText) {
     const fl::i18n::ZkLocale saved = fl::i18n::ZkLocale::global();
     fl::i18n::ZkLocale::global(fl::i18n::ZkLocale("en_US.UTF-8"));
-    const auto error = captured(Exception<ids::InvalidReplacementRuleValue>(ids::InvalidReplacementRuleValue(u"sometimes")));
+    const auto error = captured(Exception<ids::InvalidReplacementRuleValue>(
+        ids::InvalidReplacementRuleValue(u"sometimes")));
     EXPECT_EQ(core::detail::GetID(error), "QUORIN:io:filesystem:core:InvalidReplacementRuleValue");
-    EXPECT_EQ(core::detail::GetUnicodeMessageTxt(error),
-              u"'sometimes' is not a valid value for 'ReplacementRule'. Use 'overwrite' or 'preserve'.");
+    EXPECT_EQ(
+        core::detail::GetUnicodeMessageTxt(error),
+        u"'sometimes' is not a valid value for 'ReplacementRule'. Use 'overwrite' or 'preserve'.");
 
     // The same through the caller's catalog language.
     fl::i18n::ZkLocale::global(fl::i18n::ZkLocale("de_DE.UTF-8"));
-    EXPECT_NE(core::detail::GetUnicodeMessageTxt(error).find(u"ist kein gültiger Wert"), fl::ustring::npos);
+    EXPECT_NE(core::detail::GetUnicodeMessageTxt(error).find(u"ist kein gültiger Wert"),
+              fl::ustring::npos);
     fl::i18n::ZkLocale::global(saved);
 
     try {

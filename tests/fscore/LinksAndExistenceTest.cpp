@@ -1,10 +1,8 @@
 // Links, parent folders and existence classes.
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-
-#include <gtest/gtest.h>
+#include "quorin/io/filesystem/core/Existence.hpp"
+#include "quorin/io/filesystem/core/Links.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
 
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/filesystem/filesystem.hpp"
@@ -12,10 +10,13 @@
 #include "foundation/storage/provider/MemProvider.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 #include "foundation/storage/vfs/File.hpp"
-#include "quorin/io/filesystem/core/Existence.hpp"
-#include "quorin/io/filesystem/core/Links.hpp"
-#include "zkfs/test/TempTree.hpp"
-#include "zkfs/test/Unprivileged.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
 
 #include <unistd.h>
 
@@ -28,7 +29,8 @@ namespace {
 std::string readLink(const std::filesystem::path& p) {
     char buffer[4096];
     const ssize_t n = ::readlink(p.c_str(), buffer, sizeof buffer);
-    return n < 0 ? std::string("<") + std::strerror(errno) + ">" : std::string(buffer, static_cast<std::size_t>(n));
+    return n < 0 ? std::string("<") + std::strerror(errno) + ">"
+                 : std::string(buffer, static_cast<std::size_t>(n));
 }
 
 int errorCodeOf(const std::function<void()>& call) {
@@ -63,10 +65,14 @@ TEST(Links, FailuresAreStorageErrorsAtTheLinkAndChangeNothing) {
     tree.makeLink("elsewhere", "old-link");
     const auto before = tree.snapshot();
 
-    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("taken")); }), vfs::Exception::AlreadyExists);
-    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("old-link")); }), vfs::Exception::AlreadyExists);
-    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("missing/link")); }), vfs::Exception::NotFound);
-    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("taken/below")); }), vfs::Exception::NotFound);
+    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("taken")); }),
+              vfs::Exception::AlreadyExists);
+    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("old-link")); }),
+              vfs::Exception::AlreadyExists);
+    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("missing/link")); }),
+              vfs::Exception::NotFound);
+    EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", tree.upath("taken/below")); }),
+              vfs::Exception::NotFound);
     EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", u""); }), vfs::Exception::NotFound);
     EXPECT_EQ(tree.snapshot(), before);
 
@@ -85,7 +91,8 @@ TEST(Links, AFolderThatMayNotChangeIsPermissionDenied) {
     tree.setMode("ro", 0555);
     const fl::ustring link = tree.upath("ro/link");
     zkfs::test::runUnprivileged([&] {
-        EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", link); }), vfs::Exception::PermissionDenied);
+        EXPECT_EQ(errorCodeOf([&] { core::createSymbolicLink(u"x", link); }),
+                  vfs::Exception::PermissionDenied);
     });
     EXPECT_FALSE(std::filesystem::is_symlink(tree.path("ro/link")));
 }
@@ -137,12 +144,14 @@ TEST(Existence, ClassesOfLocalNames) {
         SCOPED_TRACE(r.name);
         EXPECT_EQ(core::getExtendedExistenceType(tree.upath(r.name)), r.expected);
         // IRIs go through the storage provider, which must agree.
-        EXPECT_EQ(core::getExtendedExistenceType(vfs::toAbsoluteIRI(u"file", tree.upath(r.name)).toString()),
+        EXPECT_EQ(core::getExtendedExistenceType(
+                      vfs::toAbsoluteIRI(u"file", tree.upath(r.name)).toString()),
                   r.expected);
     }
     EXPECT_EQ(core::getExtendedExistenceType(u""), ExistenceTypeExtended::DoesNotExist);
     // Below a link cycle nothing can exist.
-    EXPECT_EQ(core::getExtendedExistenceType(tree.upath("loop/below")), ExistenceTypeExtended::DoesNotExist);
+    EXPECT_EQ(core::getExtendedExistenceType(tree.upath("loop/below")),
+              ExistenceTypeExtended::DoesNotExist);
 }
 
 TEST(Existence, PredicatesOverEveryClass) {

@@ -1,11 +1,12 @@
 // Relative locations, computed on the texts.
-#include <stdexcept>
-
-#include <gtest/gtest.h>
+#include "quorin/io/filesystem/core/RelativePath.hpp"
 
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
-#include "quorin/io/filesystem/core/RelativePath.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace core = quorin::io::filesystem::core;
 namespace vfs = foundation::storage::vfs;

@@ -1,8 +1,8 @@
 // The "ReplacementRule" option: whole words, then unambiguous prefixes.
-#include <gtest/gtest.h>
-
 #include "quorin/io/filesystem/core/ReplacementRule.hpp"
 #include "zkfs/test/Errors.hpp"
+
+#include <gtest/gtest.h>
 
 namespace core = quorin::io::filesystem::core;
 
@@ -34,16 +34,21 @@ TEST(ReplacementRule, WholeWordsRefusePrefixesAndLeaveTheTextsAlone) {
         const char16_t* argument;
     };
     const Row rows[] = {
-        {u"Replacement", u"overwrite", "QUORIN:io:filesystem:core:InvalidReplacementRuleName", u"Replacement"},
+        {u"Replacement", u"overwrite", "QUORIN:io:filesystem:core:InvalidReplacementRuleName",
+         u"Replacement"},
         {u"", u"overwrite", "QUORIN:io:filesystem:core:InvalidReplacementRuleName", u""},
-        {u"ReplacementRules", u"overwrite", "QUORIN:io:filesystem:core:InvalidReplacementRuleName", u"ReplacementRules"},
+        {u"ReplacementRules", u"overwrite", "QUORIN:io:filesystem:core:InvalidReplacementRuleName",
+         u"ReplacementRules"},
         // The name is checked first.
         {u"Rule", u"bad", "QUORIN:io:filesystem:core:InvalidReplacementRuleName", u"Rule"},
-        {u"ReplacementRule", u"over", "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", u"over"},
+        {u"ReplacementRule", u"over", "QUORIN:io:filesystem:core:InvalidReplacementRuleValue",
+         u"over"},
         {u"ReplacementRule", u"", "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", u""},
-        {u"ReplacementRule", u"overwrite ", "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", u"overwrite "},
+        {u"ReplacementRule", u"overwrite ", "QUORIN:io:filesystem:core:InvalidReplacementRuleValue",
+         u"overwrite "},
         // Folding is ASCII only: a dotless capital I is no "i".
-        {u"ReplacementRule", u"overwr\u0130te", "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", u"overwr\u0130te"},
+        {u"ReplacementRule", u"overwr\u0130te",
+         "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", u"overwr\u0130te"},
     };
     for (const Row& r : rows) {
         fl::ustring name = r.name;
@@ -69,7 +74,8 @@ TEST(ReplacementRule, CompletionAcceptsUnambiguousPrefixes) {
         {u"REPLACEMENTRUL", u"Preserv", u"preserve"},
     };
     for (const Row& r : rows) {
-        const auto [name, value] = core::validateAndCompleteReplacementRuleNameAndValue(r.name, r.value);
+        const auto [name, value] =
+            core::validateAndCompleteReplacementRuleNameAndValue(r.name, r.value);
         EXPECT_EQ(name, u"ReplacementRule");
         EXPECT_EQ(value, fl::ustring(r.completedValue));
     }
@@ -77,17 +83,21 @@ TEST(ReplacementRule, CompletionAcceptsUnambiguousPrefixes) {
 
 TEST(ReplacementRule, CompletionRefusesWhatNamesNothingOrEverything) {
     EXPECT_IDENTIFIED_ERROR(core::validateAndCompleteReplacementRuleNameAndValue(u"", u"overwrite"),
-                            "QUORIN:io:filesystem:core:InvalidReplacementRuleName", fl::ustring(u""));
-    EXPECT_IDENTIFIED_ERROR(core::validateAndCompleteReplacementRuleNameAndValue(u"ReplacementRuleX", u"o"),
                             "QUORIN:io:filesystem:core:InvalidReplacementRuleName",
-                            fl::ustring(u"ReplacementRuleX"));
+                            fl::ustring(u""));
+    EXPECT_IDENTIFIED_ERROR(
+        core::validateAndCompleteReplacementRuleNameAndValue(u"ReplacementRuleX", u"o"),
+        "QUORIN:io:filesystem:core:InvalidReplacementRuleName", fl::ustring(u"ReplacementRuleX"));
     EXPECT_IDENTIFIED_ERROR(core::validateAndCompleteReplacementRuleNameAndValue(u"Mode", u"o"),
-                            "QUORIN:io:filesystem:core:InvalidReplacementRuleName", fl::ustring(u"Mode"));
-    EXPECT_IDENTIFIED_ERROR(core::validateAndCompleteReplacementRuleNameAndValue(u"Repl", u"overwritten"),
-                            "QUORIN:io:filesystem:core:InvalidReplacementRuleValue",
-                            fl::ustring(u"overwritten"));
+                            "QUORIN:io:filesystem:core:InvalidReplacementRuleName",
+                            fl::ustring(u"Mode"));
+    EXPECT_IDENTIFIED_ERROR(
+        core::validateAndCompleteReplacementRuleNameAndValue(u"Repl", u"overwritten"),
+        "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", fl::ustring(u"overwritten"));
     EXPECT_IDENTIFIED_ERROR(core::validateAndCompleteReplacementRuleNameAndValue(u"Repl", u"x"),
-                            "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", fl::ustring(u"x"));
+                            "QUORIN:io:filesystem:core:InvalidReplacementRuleValue",
+                            fl::ustring(u"x"));
     EXPECT_IDENTIFIED_ERROR(core::validateAndCompleteReplacementRuleNameAndValue(u"Repl", u""),
-                            "QUORIN:io:filesystem:core:AmbiguousReplacementRuleValue", fl::ustring(u""));
+                            "QUORIN:io:filesystem:core:AmbiguousReplacementRuleValue",
+                            fl::ustring(u""));
 }

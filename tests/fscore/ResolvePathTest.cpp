@@ -1,22 +1,23 @@
 // Resolution of local paths, file IRIs and other schemes, per option, with attributes.
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <string>
-
-#include <boost/date_time/posix_time/posix_time.hpp>
-#include <gtest/gtest.h>
-
 #include "Posix.hpp"
+#include "quorin/io/filesystem/core/ResolvePath.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/provider/MemProvider.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 #include "foundation/storage/vfs/File.hpp"
 #include "foundation/storage/vfs/Folder.hpp"
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
-#include "quorin/io/filesystem/core/ResolvePath.hpp"
-#include "zkfs/test/TempTree.hpp"
-#include "zkfs/test/Unprivileged.hpp"
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -43,7 +44,8 @@ core::ResolvePathOptions localFromFile() {
 // Runs a block with the current folder changed, and changes it back.
 class CurrentFolder {
 public:
-    explicit CurrentFolder(const std::filesystem::path& p) : saved_(std::filesystem::current_path()) {
+    explicit CurrentFolder(const std::filesystem::path& p)
+        : saved_(std::filesystem::current_path()) {
         std::filesystem::current_path(p);
     }
     ~CurrentFolder() { std::filesystem::current_path(saved_); }
@@ -77,30 +79,33 @@ void expectResult(const core::ResolvePathResult& r, const fl::ustring& path, std
 
 TEST_F(ResolvePath, FilesFoldersAndLinksWithoutResolving) {
     const core::ResolvePathOptions off;
-    expectResult(core::resolvePath(tree.upath("dir/f.txt"), off), tree.upath("dir/f.txt"), PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/sub"), off), tree.upath("dir/sub"), PathType::Folder);
+    expectResult(core::resolvePath(tree.upath("dir/f.txt"), off), tree.upath("dir/f.txt"),
+                 PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/sub"), off), tree.upath("dir/sub"),
+                 PathType::Folder);
     expectResult(core::resolvePath(tree.upath("dir/linkToFile"), off), tree.upath("dir/linkToFile"),
                  PathType::SymbolicLink);
-    expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), off), tree.upath("dir/linkToFolder"),
-                 PathType::SymbolicLink);
+    expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), off),
+                 tree.upath("dir/linkToFolder"), PathType::SymbolicLink);
 }
 
 TEST_F(ResolvePath, ResolvingLinksGivesTheCanonicalTarget) {
-    expectResult(core::resolvePath(tree.upath("dir/linkToFile"), resolving()), tree.upath("dir/f.txt"),
-                 PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), resolving()), tree.upath("dir/sub"),
-                 PathType::Folder);
+    expectResult(core::resolvePath(tree.upath("dir/linkToFile"), resolving()),
+                 tree.upath("dir/f.txt"), PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), resolving()),
+                 tree.upath("dir/sub"), PathType::Folder);
     // ".." without links, and names that only look like it.
     tree.makeFile("dir/..x", "x");
-    expectResult(core::resolvePath(tree.upath("dir/sub/../f.txt"), resolving()), tree.upath("dir/f.txt"),
+    expectResult(core::resolvePath(tree.upath("dir/sub/../f.txt"), resolving()),
+                 tree.upath("dir/f.txt"), PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/sub/../..x"), resolving()),
+                 tree.upath("dir/..x"), PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/..x"), resolving()), tree.upath("dir/..x"),
                  PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/sub/../..x"), resolving()), tree.upath("dir/..x"),
-                 PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/..x"), resolving()), tree.upath("dir/..x"), PathType::File);
     // The kernel's own mark for a removed file must not be mistaken for one.
     tree.makeFile("dir/x (deleted)", "x");
-    expectResult(core::resolvePath(tree.upath("dir/x (deleted)"), resolving()), tree.upath("dir/x (deleted)"),
-                 PathType::File);
+    expectResult(core::resolvePath(tree.upath("dir/x (deleted)"), resolving()),
+                 tree.upath("dir/x (deleted)"), PathType::File);
     // A link inside the path, not only at its end.
     expectResult(core::resolvePath(tree.upath("dir/linkToFolder/../f.txt"), resolving()),
                  tree.upath("dir/f.txt"), PathType::File);
@@ -110,7 +115,8 @@ TEST_F(ResolvePath, NothingThereIsTypeNoneWithAnEmptyText) {
     for (const bool resolve : {false, true}) {
         core::ResolvePathOptions o;
         o.ResolveSymbolicLinks = resolve;
-        for (const char* name : {"dir/missing", "dir/dangling", "dir/loopA", "dir/f.txt/below", ""}) {
+        for (const char* name :
+             {"dir/missing", "dir/dangling", "dir/loopA", "dir/f.txt/below", ""}) {
             SCOPED_TRACE(std::string(name) + (resolve ? " resolving" : ""));
             const fl::ustring path = *name == '\0' ? fl::ustring() : tree.upath(name);
             expectResult(core::resolvePath(path, o), u"", PathType::None);
@@ -123,9 +129,10 @@ TEST_F(ResolvePath, LocalPathsAreMadeAbsoluteAndCleanedButKeepDotDot) {
     expectResult(core::resolvePath(u"./f.txt", {}), tree.upath("dir/f.txt"), PathType::File);
     expectResult(core::resolvePath(u"sub//./", {}), tree.upath("dir/sub"), PathType::Folder);
     // ".." through a link names the link target's parent; it must not be dropped lexically.
-    expectResult(core::resolvePath(u"linkToFolder/../f.txt", {}), tree.upath("dir/linkToFolder/../f.txt"),
+    expectResult(core::resolvePath(u"linkToFolder/../f.txt", {}),
+                 tree.upath("dir/linkToFolder/../f.txt"), PathType::File);
+    expectResult(core::resolvePath(u"linkToFile", resolving()), tree.upath("dir/f.txt"),
                  PathType::File);
-    expectResult(core::resolvePath(u"linkToFile", resolving()), tree.upath("dir/f.txt"), PathType::File);
 }
 
 TEST_F(ResolvePath, CaseCorrectionChangesNothingHere) {
@@ -141,10 +148,12 @@ TEST_F(ResolvePath, FileIRIsAnswerAsIRIsOrLocalPaths) {
     const fl::ustring iri = vfs::toAbsoluteIRI(u"file", tree.upath("dir/a b#c.txt")).toString();
     ASSERT_NE(iri.find(u"%20"), fl::ustring::npos);
     expectResult(core::resolvePath(iri, {}), iri, PathType::File);
-    expectResult(core::resolvePath(iri, localFromFile()), tree.upath("dir/a b#c.txt"), PathType::File);
+    expectResult(core::resolvePath(iri, localFromFile()), tree.upath("dir/a b#c.txt"),
+                 PathType::File);
 
     const fl::ustring link = vfs::toAbsoluteIRI(u"file", tree.upath("dir/linkToFile")).toString();
-    expectResult(core::resolvePath(link, localFromFile()), tree.upath("dir/linkToFile"), PathType::SymbolicLink);
+    expectResult(core::resolvePath(link, localFromFile()), tree.upath("dir/linkToFile"),
+                 PathType::SymbolicLink);
     core::ResolvePathOptions both = resolving();
     both.LocalPathFromFileScheme = true;
     expectResult(core::resolvePath(link, both), tree.upath("dir/f.txt"), PathType::File);
@@ -156,7 +165,8 @@ TEST_F(ResolvePath, FileIRIsAnswerAsIRIsOrLocalPaths) {
 }
 
 TEST_F(ResolvePath, UnsupportedSchemesAndBadIRIsThrowStorageExceptions) {
-    EXPECT_THROW(core::resolvePath(u"nosuchscheme://host/x", {}), vfs::UnsupportedIRISchemeException);
+    EXPECT_THROW(core::resolvePath(u"nosuchscheme://host/x", {}),
+                 vfs::UnsupportedIRISchemeException);
     EXPECT_THROW(core::resolvePathWithAttributes(u"nosuchscheme://host/x", {}),
                  vfs::UnsupportedIRISchemeException);
     EXPECT_THROW(core::resolvePath(u"http://[::1/x", {}), vfs::InvalidIRIException);
@@ -169,7 +179,8 @@ TEST_F(ResolvePath, OtherSchemesGoThroughTheirProvider) {
     vfs::File(vfs::AbsoluteIRI(u"mem://root/data/x.csv"), storage).createFile();
 
     expectResult(core::resolvePath(u"mem://root/data", {}), u"mem://root/data", PathType::Folder);
-    expectResult(core::resolvePath(u"mem://root/data/x.csv", {}), u"mem://root/data/x.csv", PathType::File);
+    expectResult(core::resolvePath(u"mem://root/data/x.csv", {}), u"mem://root/data/x.csv",
+                 PathType::File);
     expectResult(core::resolvePath(u"mem://root/data/none", {}), u"", PathType::None);
     const auto withAttributes = core::resolvePathWithAttributes(u"mem://root/data/x.csv", {});
     EXPECT_EQ(withAttributes.type, PathType::File);
@@ -207,7 +218,8 @@ TEST_F(ResolvePath, AttributesOfFilesFoldersAndNothing) {
     EXPECT_TRUE(file.readable);
     EXPECT_TRUE(file.writable);
     EXPECT_EQ(file.size, 5);
-    EXPECT_EQ(boost::posix_time::to_iso_extended_string(file.lastModified), "2001-02-03T04:05:06.789123");
+    EXPECT_EQ(boost::posix_time::to_iso_extended_string(file.lastModified),
+              "2001-02-03T04:05:06.789123");
 
     const auto folder = core::resolvePathWithAttributes(tree.upath("dir/sub"), {});
     EXPECT_EQ(folder.type, PathType::Folder);
@@ -296,7 +308,8 @@ TEST_F(ResolvePath, OtherSystemFailuresAreCode5WithTheSystemText) {
 
 TEST_F(ResolvePath, SetupForURLConstructionLeavesIRIsAndEmptyTextAlone) {
     fl::ustring iri = u"https://example.com/a%20b";
-    EXPECT_TRUE(core::setupPathForURLConstruction(iri, core::ResolveSymbolicLinks::AllButLast, false));
+    EXPECT_TRUE(
+        core::setupPathForURLConstruction(iri, core::ResolveSymbolicLinks::AllButLast, false));
     EXPECT_EQ(iri, u"https://example.com/a%20b");
     fl::ustring empty;
     EXPECT_FALSE(core::setupPathForURLConstruction(empty, core::ResolveSymbolicLinks{2}, false));
@@ -311,7 +324,8 @@ TEST_F(ResolvePath, SetupForURLConstructionResolvesLinksByMode) {
         const char* expected;  // under the root
     };
     const Row rows[] = {
-        {"dir/./linkToFolder//new/x.txt", core::ResolveSymbolicLinks::None, "dir/linkToFolder/new/x.txt"},
+        {"dir/./linkToFolder//new/x.txt", core::ResolveSymbolicLinks::None,
+         "dir/linkToFolder/new/x.txt"},
         {"dir/linkToFolder/new/x.txt", core::ResolveSymbolicLinks::AllButLast, "dir/sub/new/x.txt"},
         {"dir/linkToFolder/new/x.txt", core::ResolveSymbolicLinks::All, "dir/sub/new/x.txt"},
         // The last component is the link itself in mode 2, its target in mode 1.
@@ -328,7 +342,8 @@ TEST_F(ResolvePath, SetupForURLConstructionResolvesLinksByMode) {
         EXPECT_EQ(path, tree.upath(r.expected));
     }
     fl::ustring root = u"/";
-    EXPECT_FALSE(core::setupPathForURLConstruction(root, core::ResolveSymbolicLinks::AllButLast, false));
+    EXPECT_FALSE(
+        core::setupPathForURLConstruction(root, core::ResolveSymbolicLinks::AllButLast, false));
     EXPECT_EQ(root, u"/");
 }
 
@@ -336,7 +351,8 @@ TEST_F(ResolvePath, SetupForURLConstructionCanRequireExistence) {
     fl::ustring missing = tree.upath("dir/none/x");
     const fl::ustring before = missing;
     try {
-        (void)core::setupPathForURLConstruction(missing, core::ResolveSymbolicLinks::AllButLast, true);
+        (void)core::setupPathForURLConstruction(missing, core::ResolveSymbolicLinks::AllButLast,
+                                                true);
         ADD_FAILURE() << "no exception";
     } catch (const vfs::Exception& e) {
         EXPECT_EQ(e.getErrorCode(), vfs::Exception::NotFound);
@@ -344,5 +360,6 @@ TEST_F(ResolvePath, SetupForURLConstructionCanRequireExistence) {
     EXPECT_EQ(missing, before);
     // A dangling link is there: its name exists.
     fl::ustring dangling = tree.upath("dir/dangling");
-    EXPECT_FALSE(core::setupPathForURLConstruction(dangling, core::ResolveSymbolicLinks::AllButLast, true));
+    EXPECT_FALSE(
+        core::setupPathForURLConstruction(dangling, core::ResolveSymbolicLinks::AllButLast, true));
 }

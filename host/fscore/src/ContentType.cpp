@@ -1,5 +1,14 @@
 #include "quorin/io/filesystem/core/ContentType.hpp"
 
+#include "Internal.hpp"
+#include "quorin/io/filesystem/core/PathComponents.hpp"
+
+#include "fl/i18n/unicode.hpp"
+#include "foundation/core/except/Exception.hpp"
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+
+#include <magic.h>
+
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -8,13 +17,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "fl/i18n/unicode.hpp"
-#include "foundation/core/except/Exception.hpp"
-#include "quorin/io/filesystem/core/PathComponents.hpp"
-#include "Internal.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
-
-#include <magic.h>
 #include <sys/stat.h>
 
 namespace quorin::io::filesystem::core {
@@ -123,7 +125,8 @@ std::vector<std::string> suffixes(const std::string& name) {
     std::vector<std::string> out;
     const auto firstNonDot = name.find_first_not_of('.');
     if (firstNonDot == std::string::npos) return out;
-    for (auto dot = name.find('.', firstNonDot); dot != std::string::npos; dot = name.find('.', dot + 1)) {
+    for (auto dot = name.find('.', firstNonDot); dot != std::string::npos;
+         dot = name.find('.', dot + 1)) {
         if (dot + 1 < name.size()) out.push_back(name.substr(dot + 1));
     }
     return out;

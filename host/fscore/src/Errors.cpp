@@ -38,14 +38,10 @@ Captured inspect(const boost::exception_ptr& error) {
 
 std::string GetID(const std::exception_ptr& error) { return inspect(error).id; }
 std::string GetID(const boost::exception_ptr& error) { return inspect(error).id; }
-std::string GetID(const foundation::core::except::IMsgIDException& error) {
-    return error.GetID();
-}
+std::string GetID(const foundation::core::except::IMsgIDException& error) { return error.GetID(); }
 
 fl::ustring GetUnicodeMessageTxt(const std::exception_ptr& error) { return inspect(error).text; }
-fl::ustring GetUnicodeMessageTxt(const boost::exception_ptr& error) {
-    return inspect(error).text;
-}
+fl::ustring GetUnicodeMessageTxt(const boost::exception_ptr& error) { return inspect(error).text; }
 fl::ustring GetUnicodeMessageTxt(const foundation::core::except::IMsgIDException& error) {
     return error.GetUnicodeMessageTxt();
 }

@@ -1,12 +1,13 @@
 #include "quorin/io/filesystem/core/Existence.hpp"
 
-#include <cerrno>
-
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "Internal.hpp"
 #include "Posix.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "foundation/storage/vfs/StorageSystem.hpp"
+
+#include <cerrno>
 
 namespace quorin::io::filesystem::core {
 
@@ -41,7 +42,8 @@ ExistenceTypeExtended getExtendedExistenceType(const fl::ustring& path) {
     }
     struct stat target {};
     if (const int e = posix::statPath(native, target)) {
-        if (e == ENOENT || e == ENOTDIR || e == ELOOP) return ExistenceTypeExtended::BrokenSymbolicLink;
+        if (e == ENOENT || e == ENOTDIR || e == ELOOP)
+            return ExistenceTypeExtended::BrokenSymbolicLink;
         detail::throwStorageError(e, native);
     }
     return S_ISDIR(target.st_mode) ? ExistenceTypeExtended::SymbolicLinkToFolder

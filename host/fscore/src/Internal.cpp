@@ -1,11 +1,12 @@
 #include "Internal.hpp"
 
-#include <cerrno>
+#include "Posix.hpp"
 
 #include "fl/filesystem/filesystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
-#include "Posix.hpp"
+
+#include <cerrno>
 
 namespace quorin::io::filesystem::core::detail {
 

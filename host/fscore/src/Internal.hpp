@@ -1,10 +1,10 @@
 #pragma once
 // Helpers shared by the core's sources: local paths in their native UTF-8 form, their file
 // IRIs, and the mapping of errno values to storage errors.
-#include <string>
-
 #include "fl/ustring.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
+
+#include <string>
 
 namespace quorin::io::filesystem::core::detail {
 

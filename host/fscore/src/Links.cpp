@@ -2,6 +2,7 @@
 
 #include "Internal.hpp"
 #include "Posix.hpp"
+
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/Folder.hpp"
 
@@ -22,10 +23,12 @@ void createSymbolicLink(const fl::ustring& target, const fl::ustring& link) {
     }
 }
 
-void createParentIfNeeded(const vfs::AbsoluteIRI& location, const vfs::StorageSystemReference& storage) {
+void createParentIfNeeded(const vfs::AbsoluteIRI& location,
+                          const vfs::StorageSystemReference& storage) {
     if (!location.hasParent()) return;
     const vfs::AbsoluteIRI parent = location.getParent();
-    if (vfs::exists(parent, storage) == foundation::storage::provider::ExistenceType::DoesNotExist) {
+    if (vfs::exists(parent, storage) ==
+        foundation::storage::provider::ExistenceType::DoesNotExist) {
         vfs::Folder(parent, storage).createFolderRecursive();
     }
 }

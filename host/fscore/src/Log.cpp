@@ -2,17 +2,17 @@
 // lot of memory to compile, so everything else sees just the logger type.
 #include "quorin/io/filesystem/core/Log.hpp"
 
-#include <atomic>
-#include <iostream>
-#include <memory>
-#include <mutex>
-
 #include <boost/core/null_deleter.hpp>
 #include <boost/log/attributes/constant.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/log/sinks/text_ostream_backend.hpp>
+
+#include <atomic>
+#include <iostream>
+#include <memory>
+#include <mutex>
 
 namespace quorin::io::filesystem::core::log {
 namespace {
@@ -32,9 +32,8 @@ void installSink() {
     sink->set_filter([](const logging::attribute_value_set&) {
         return debugEnabled.load(std::memory_order_relaxed);
     });
-    sink->set_formatter(logging::expressions::stream
-                        << "[" << logging::trivial::severity << "] "
-                        << logging::expressions::smessage);
+    sink->set_formatter(logging::expressions::stream << "[" << logging::trivial::severity << "] "
+                                                     << logging::expressions::smessage);
     logging::core::get()->add_sink(sink);
 }
 

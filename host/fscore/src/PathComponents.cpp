@@ -1,9 +1,10 @@
 #include "quorin/io/filesystem/core/PathComponents.hpp"
 
-#include <string_view>
+#include "quorin/io/filesystem/core/Identifiers.hpp"
 
 #include "foundation/core/except/Exception.hpp"
-#include "quorin/io/filesystem/core/Identifiers.hpp"
+
+#include <string_view>
 
 namespace quorin::io::filesystem::core {
 namespace {
@@ -11,12 +12,12 @@ namespace {
 using View = std::u16string_view;
 constexpr std::size_t npos = View::npos;
 
-bool isAsciiAlpha(char16_t c) noexcept { return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'); }
+bool isAsciiAlpha(char16_t c) noexcept {
+    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z');
+}
 bool isAsciiDigit(char16_t c) noexcept { return c >= u'0' && c <= u'9'; }
 
-bool isSeparator(char16_t c, bool windows) noexcept {
-    return c == u'/' || (windows && c == u'\\');
-}
+bool isSeparator(char16_t c, bool windows) noexcept { return c == u'/' || (windows && c == u'\\'); }
 
 // Where the root of a local path ends, and what kind of root it is.
 struct Root {
@@ -178,9 +179,11 @@ std::uint64_t parsePort(View port, const fl::ustring& url) {
     if (port.empty()) return PathComponents::noPort;  // "host:" names no port (RFC 3986 6.2.3)
     std::uint64_t value = 0;
     for (char16_t c : port) {
-        if (!isAsciiDigit(c)) foundation::core::except::throwMsgID(QUORIN::io::filesystem::core::InvalidURLPort(url));
+        if (!isAsciiDigit(c))
+            foundation::core::except::throwMsgID(QUORIN::io::filesystem::core::InvalidURLPort(url));
         value = value * 10 + static_cast<std::uint64_t>(c - u'0');
-        if (value > 65535) foundation::core::except::throwMsgID(QUORIN::io::filesystem::core::InvalidURLPort(url));
+        if (value > 65535)
+            foundation::core::except::throwMsgID(QUORIN::io::filesystem::core::InvalidURLPort(url));
     }
     return value;
 }

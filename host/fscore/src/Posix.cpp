@@ -2,14 +2,14 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <string_view>
+#include <linux/openat2.h>
 #include <memory>
+#include <string_view>
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 

@@ -1,12 +1,13 @@
 #include "quorin/io/filesystem/core/RelativePath.hpp"
 
+#include "Internal.hpp"
+
+#include "foundation/storage/vfs/AbsoluteIRI.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
+
 #include <stdexcept>
 #include <string_view>
 #include <vector>
-
-#include "Internal.hpp"
-#include "foundation/storage/vfs/AbsoluteIRI.hpp"
-#include "foundation/storage/vfs/Exception.hpp"
 
 namespace quorin::io::filesystem::core {
 namespace {

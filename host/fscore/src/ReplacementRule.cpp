@@ -1,10 +1,11 @@
 #include "quorin/io/filesystem/core/ReplacementRule.hpp"
 
-#include <array>
-#include <string_view>
+#include "quorin/io/filesystem/core/Identifiers.hpp"
 
 #include "foundation/core/except/Exception.hpp"
-#include "quorin/io/filesystem/core/Identifiers.hpp"
+
+#include <array>
+#include <string_view>
 
 namespace quorin::io::filesystem::core {
 namespace {

@@ -1,18 +1,19 @@
 #include "quorin/io/filesystem/core/ResolvePath.hpp"
 
-#include <cerrno>
-#include <string>
-
-#include <boost/date_time/posix_time/posix_time_types.hpp>
-
-#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "Internal.hpp"
 #include "Posix.hpp"
+
+#include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 #include "foundation/storage/vfs/File.hpp"
 #include "foundation/storage/vfs/StorageSystem.hpp"
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include <cerrno>
+#include <string>
 
 #include <unistd.h>
 
@@ -96,7 +97,8 @@ boost::posix_time::ptime nanosecondsToPtime(std::int64_t ns) {
         rest += 1'000'000'000;
         --seconds;
     }
-    return epoch + boost::posix_time::seconds(seconds) + boost::posix_time::microseconds(rest / 1000);
+    return epoch + boost::posix_time::seconds(seconds) +
+           boost::posix_time::microseconds(rest / 1000);
 }
 
 ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
@@ -112,7 +114,8 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
             out.readable = posix::accessPath(hit.path, R_OK) == 0;
             out.writable = posix::accessPath(hit.path, W_OK) == 0;
             out.lastModified = toPtime(hit.target.st_mtim);
-            out.size = S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
+            out.size =
+                S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
         }
         return out;
     }
@@ -122,19 +125,22 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
         LocalHit hit;
         if (!resolveLocal(vfs::fromAbsoluteIRI(iri), options, hit)) return out;
         const fl::ustring local = fl::i18n::to_ustring(hit.path);
-        out.path = options.LocalPathFromFileScheme ? local : vfs::toAbsoluteIRI(u"file", local).toString();
+        out.path =
+            options.LocalPathFromFileScheme ? local : vfs::toAbsoluteIRI(u"file", local).toString();
         out.type = hit.type;
         if (wantAttributes) {
             out.readable = posix::accessPath(hit.path, R_OK) == 0;
             out.writable = posix::accessPath(hit.path, W_OK) == 0;
             out.lastModified = toPtime(hit.target.st_mtim);
-            out.size = S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
+            out.size =
+                S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
         }
         return out;
     }
 
     const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
-    const std::int32_t type = providerType(vfs::existsExtended(iri, storage), options.ResolveSymbolicLinks);
+    const std::int32_t type =
+        providerType(vfs::existsExtended(iri, storage), options.ResolveSymbolicLinks);
     if (type == PathType::None) return out;
     out.path = iri.toString();
     out.type = type;
@@ -178,7 +184,8 @@ bool setupPathForURLConstruction(fl::ustring& path, ResolveSymbolicLinks mode, b
         case ResolveSymbolicLinks::AllButLast: {
             const std::size_t slash = native.rfind('/');
             if (native == "/" || slash == std::string::npos) break;
-            prepared = detail::resolveExistingPrefix(slash == 0 ? std::string("/") : native.substr(0, slash));
+            prepared = detail::resolveExistingPrefix(slash == 0 ? std::string("/")
+                                                                : native.substr(0, slash));
             if (prepared.back() != '/') prepared.push_back('/');
             prepared.append(native, slash + 1);
             break;

@@ -6,12 +6,12 @@
 // global locale, holes filled. For any other std::exception: an empty identifier and the
 // what() text. For anything else, or an empty pointer: an empty identifier and an empty
 // text. Never throws anything but std::bad_alloc.
-#include <exception>
-#include <string>
+#include "fl/ustring.hpp"
 
 #include <boost/exception_ptr.hpp>
 
-#include "fl/ustring.hpp"
+#include <exception>
+#include <string>
 
 namespace foundation::core::except {
 class IMsgIDException;

@@ -28,7 +28,8 @@ struct AmbiguousReplacementRuleValue : resource_core::FixedMsgID<1> {
 
 // Argument: the URL as given.
 struct InvalidURLPort : resource_core::FixedMsgID<1> {
-    explicit InvalidURLPort(const fl::ustring& url) : FixedMsgID(component, "InvalidURLPort", url) {}
+    explicit InvalidURLPort(const fl::ustring& url)
+        : FixedMsgID(component, "InvalidURLPort", url) {}
 };
 
 }  // namespace QUORIN::io::filesystem::core

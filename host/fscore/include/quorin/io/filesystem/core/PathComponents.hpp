@@ -22,10 +22,10 @@
 // Throws: getPathComponents throws QUORIN:io:filesystem:core:InvalidURLPort (one
 // argument, the URL) when a URL's port is not a decimal number below 65536; nothing else
 // but std::bad_alloc. The other two never throw anything but std::bad_alloc.
+#include "fl/ustring.hpp"
+
 #include <cstdint>
 #include <limits>
-
-#include "fl/ustring.hpp"
 
 namespace quorin::io::filesystem::core {
 

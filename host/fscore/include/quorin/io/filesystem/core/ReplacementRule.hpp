@@ -10,9 +10,9 @@
 //   QUORIN:io:filesystem:core:InvalidReplacementRuleValue  the value is not accepted
 //   QUORIN:io:filesystem:core:AmbiguousReplacementRuleValue  a prefix names both values
 // The name is checked first. On failure the texts passed by reference are unchanged.
-#include <utility>
-
 #include "fl/ustring.hpp"
+
+#include <utility>
 
 namespace quorin::io::filesystem::core {
 

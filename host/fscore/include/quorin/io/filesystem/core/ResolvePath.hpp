@@ -35,11 +35,11 @@
 // component, so that a link itself can be named). With mustExist, a local path that does
 // not exist throws foundation::storage::vfs::Exception code 4 and leaves path unchanged.
 // An empty text stays empty. On any throw the path is unchanged.
-#include <cstdint>
+#include "fl/ustring.hpp"
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
-#include "fl/ustring.hpp"
+#include <cstdint>
 
 namespace quorin::io::filesystem::core {
 
@@ -58,7 +58,7 @@ struct ResolvePathOptions {
 };
 
 struct ResolvePathResult {
-    fl::ustring path;                      // empty when nothing is there
+    fl::ustring path;  // empty when nothing is there
     std::int32_t type = PathType::None;
 };
 
