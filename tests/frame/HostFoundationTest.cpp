@@ -32,6 +32,10 @@ TEST_F(HostFoundation, StringPayloadAgreesWithItsArray) {
         // Wrapping the same payload again must give the same shape.
         const auto again = hs::createStringArray(hs::make_String(dims.size(), dims.data()));
         EXPECT_EQ(dimsOf(again.get()), dimsOf(a.get()));
+        if (vqGetNumberOfElements(a.get()) == 6) {
+            const auto reshaped = vqReshape(a.get(), {3, 1, 2});
+            EXPECT_EQ(hs::getString(reshaped.get()).dims(), dimsOf(reshaped.get()));
+        }
     }
 }
 

@@ -103,6 +103,23 @@ TEST_F(ReferenceRule, CellsAndStructsTakeOwnership) {
     EXPECT_EQ(vqLiveArrayCount(), start);
 }
 
+TEST_F(ReferenceRule, StoringTheHeldValueAgainKeepsItAlive) {
+    auto c = vqCreateCellArray({1, 1});
+    vqArray* value = doubleScalar(7).release();
+    vqSetCell(c.get(), 0, value);
+    vqReplaceCell(c.get(), 0, value);  // the only reference: nothing to release
+    EXPECT_EQ(*vqGetPr(vqGetCell(c.get(), 0)), 7.0);
+    ++value->refCount_;                // a second reference handed over with it
+    vqSetCell(c.get(), 0, value);
+    EXPECT_EQ(value->refCount_, 1U);
+
+    auto s = vqCreateStructArray({1, 1}, {"A"});
+    vqArray* field = charRow(u"x").release();
+    vqSetField(s.get(), 0, "A", field);
+    vqSetField(s.get(), 0, "A", field);
+    EXPECT_EQ(vqGetChars(vqGetField(s.get(), 0, "A"))[0], u'x');
+}
+
 TEST_F(ReferenceRule, DuplicateIsDeep) {
     auto original = cellRow(stringArray({1, 2}, {u"a", std::nullopt}), nullptr);
     const long before = vqLiveArrayCount();

@@ -41,6 +41,8 @@ void String::set(std::size_t i, fl::ustring text) {
 
 void String::setMissing(std::size_t i) { elems_.at(i).reset(); }
 
+void String::reshapePayload(const std::vector<vqSize>& dims) { dims_ = arrayShape(dims); }
+
 boost::intrusive_ptr<vqPayload> String::clonePayload() const {
     StringPtr copy(new String(dims_));
     for (std::size_t i = 0; i < elems_.size(); ++i) {

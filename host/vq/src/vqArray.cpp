@@ -49,6 +49,12 @@ std::size_t elementSize(vqClassID cls) {
     }
 }
 
+// The slot already owns `value`; a second reference handed over with it is released,
+// while the only one never is.
+void dropSurplusReference(vqArray* value) noexcept {
+    if (value != nullptr && value->refCount_ > 1) --value->refCount_;
+}
+
 bool hasData(vqClassID cls) { return elementSize(cls) != 0; }
 
 // Two dimensions at least; trailing singletons beyond the second are dropped.
@@ -227,6 +233,10 @@ void vqSetCell(vqArray* cell, vqIndex i, vqArray* value) {
         throw std::out_of_range("vqSetCell: index outside the cell array");
     }
     vqArray*& slot = vqArrayAccess::slots(cell)[i];
+    if (slot == value) {  // storing what is already there must not free it
+        dropSurplusReference(value);
+        return;
+    }
     vqDestroy_deleter{}(slot);  // a slot that already held a value must not leak it
     slot = value;
 }
@@ -269,6 +279,10 @@ void vqSetFieldByNumber(vqArray* s, vqIndex i, int field, vqArray* value) {
         throw std::out_of_range("vqSetFieldByNumber: no such field or element");
     }
     vqArray*& slot = vqArrayAccess::slots(s)[i * nf + static_cast<std::size_t>(field)];
+    if (slot == value) {
+        dropSurplusReference(value);
+        return;
+    }
     vqDestroy_deleter{}(slot);
     slot = value;
 }
@@ -372,6 +386,7 @@ unique_vqarray_ptr vqReshape(const vqArray* a, const std::vector<vqSize>& dims) 
     auto copy = vqDuplicateArray(a);
     auto reshaped = vqArrayAccess::make(a->classID(), dims);
     vqArrayAccess::swapContents(*copy, *reshaped);  // same element order, new dimensions
+    if (vqPayload* p = vqGetPayload(reshaped.get())) p->reshapePayload(reshaped->dims());
     return reshaped;
 }
 

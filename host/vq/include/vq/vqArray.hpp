@@ -53,6 +53,8 @@ public:
     vqPayload& operator=(const vqPayload&) = delete;
     virtual ~vqPayload();
     [[nodiscard]] virtual boost::intrusive_ptr<vqPayload> clonePayload() const = 0;
+    // Called when the carrying array takes new dimensions of the same element count.
+    virtual void reshapePayload(const std::vector<vqSize>& dims) = 0;
 
     friend void intrusive_ptr_add_ref(const vqPayload* p) noexcept { ++p->refs_; }
     friend void intrusive_ptr_release(const vqPayload* p) noexcept {

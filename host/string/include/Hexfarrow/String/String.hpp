@@ -37,6 +37,7 @@ public:
     void setMissing(std::size_t i);
 
     [[nodiscard]] boost::intrusive_ptr<vqPayload> clonePayload() const override;
+    void reshapePayload(const std::vector<vqSize>& dims) override;
 
 private:
     std::vector<vqSize> dims_;
