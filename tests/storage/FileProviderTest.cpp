@@ -82,6 +82,7 @@ TEST_F(FileProvider, LinksAreSeenAsLinksAndRemovedAsNames) {
         {"link-to-folder", ExistenceType::Folder, ExistenceTypeExtended::SymbolicLinkToFolder},
         {"dangling", ExistenceType::DoesNotExist, ExistenceTypeExtended::BrokenSymbolicLink},
         {"loop", ExistenceType::DoesNotExist, ExistenceTypeExtended::BrokenSymbolicLink},
+        {"none", ExistenceType::DoesNotExist, ExistenceTypeExtended::DoesNotExist},
         {"f/below", ExistenceType::DoesNotExist, ExistenceTypeExtended::DoesNotExist},
     };
     for (const Row& row : rows) {

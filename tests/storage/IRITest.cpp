@@ -85,6 +85,8 @@ TEST(AbsoluteIRI, TextsThatAreNoIRIOrNoLocalPathAreRefused) {
     EXPECT_IDENTIFIED_ERROR((void)vfs::fromAbsoluteIRI(AbsoluteIRI(u"http://h/x")),
                             "QUORIN:storage:unsupportedScheme", fl::ustring(u"http://h/x"),
                             fl::ustring(u"http"));
+    EXPECT_THROW((void)vfs::fromAbsoluteIRI(AbsoluteIRI(u"http://h/x")),
+                 vfs::UnsupportedIRISchemeException);
 }
 
 TEST(AbsoluteIRI, TextFormsEncodeWhatIsRaw) {
@@ -305,8 +307,18 @@ TEST(StorageErrors, CloneAndRethrowKeepTypeAndState) {
         EXPECT_STREQ(e.what(), "'mem://root/a' already exists.");
     }
     std::unique_ptr<IException> badCopy(vfs::InvalidIRIException(u"a/b").clone());
-    EXPECT_THROW(badCopy->rethrow(), vfs::InvalidIRIException);
+    try {
+        badCopy->rethrow();
+    } catch (const vfs::InvalidIRIException& e) {
+        EXPECT_EQ(e.getInvalidIRIString(), u"a/b");
+    }
     const vfs::UnsupportedIRISchemeException scheme(u"s3://b/k", u"s3");
+    try {
+        std::unique_ptr<IException>(scheme.clone())->rethrow();
+    } catch (const vfs::UnsupportedIRISchemeException& e) {
+        EXPECT_EQ(e.getIRIString(), u"s3://b/k");
+        EXPECT_EQ(e.getScheme(), u"s3");
+    }
     EXPECT_THROW(scheme.rethrow(), vfs::StorageException);
     // Every storage error is a std::exception and an identified error at once.
     try {
