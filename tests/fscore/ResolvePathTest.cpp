@@ -249,15 +249,30 @@ TEST_F(ResolvePath, ReadableAndWritableAreThoseOfTheCaller) {
     tree.setMode("dir/writeonly", 0222);
     const auto ids = zkfs::test::unprivilegedIds();
     tree.handTo(ids.uid, ids.gid);
+    tree.makeLink("readonly", "dir/linkToReadonly");
     const fl::ustring readonly = tree.upath("dir/readonly");
     const fl::ustring writeonly = tree.upath("dir/writeonly");
+    const fl::ustring link = tree.upath("dir/linkToReadonly");
+    const fl::ustring folder = tree.upath("dir");
     zkfs::test::runUnprivileged([&] {
-        const auto r = core::resolvePathWithAttributes(readonly, {});
-        EXPECT_TRUE(r.readable);
-        EXPECT_FALSE(r.writable);
-        const auto w = core::resolvePathWithAttributes(writeonly, {});
-        EXPECT_FALSE(w.readable);
-        EXPECT_TRUE(w.writable);
+        for (const bool resolve : {false, true}) {
+            SCOPED_TRACE(resolve ? "resolving" : "not resolving");
+            core::ResolvePathOptions o;
+            o.ResolveSymbolicLinks = resolve;
+            const auto r = core::resolvePathWithAttributes(readonly, o);
+            EXPECT_TRUE(r.readable);
+            EXPECT_FALSE(r.writable);
+            const auto w = core::resolvePathWithAttributes(writeonly, o);
+            EXPECT_FALSE(w.readable);
+            EXPECT_TRUE(w.writable);
+            // A link answers for its target, not for itself (links are always 0777).
+            const auto l = core::resolvePathWithAttributes(link, o);
+            EXPECT_TRUE(l.readable);
+            EXPECT_FALSE(l.writable);
+            const auto d = core::resolvePathWithAttributes(folder, o);
+            EXPECT_TRUE(d.readable);
+            EXPECT_TRUE(d.writable);
+        }
     });
 }
 

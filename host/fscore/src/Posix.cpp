@@ -113,6 +113,25 @@ bool openWithoutLinks(const std::string& path, struct stat& target) {
 
 }  // namespace
 
+int probeName(const std::string& path, struct stat& self, bool wantAccess, bool& readable,
+              bool& writable) noexcept {
+    if (const int e = injected("lstat", path)) return e;
+    const Fd fd(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (fd.get() < 0) return errno;
+    if (::fstat(fd.get(), &self) != 0) return errno;
+    if (!wantAccess || S_ISLNK(self.st_mode)) return 0;
+    // faccessat2 asks about the open file itself; kernels before 5.8 refuse the empty
+    // name, and then the path is asked again.
+    const auto allowed = [&](int mode) {
+        if (::faccessat(fd.get(), "", mode, AT_EMPTY_PATH) == 0) return true;
+        if (errno != EINVAL && errno != ENOSYS) return false;
+        return ::access(path.c_str(), mode) == 0;
+    };
+    readable = allowed(R_OK);
+    writable = allowed(W_OK);
+    return 0;
+}
+
 int canonicalPath(const std::string& path, std::string& out, struct stat& target) {
     if (const int e = injected("realpath", path)) return e;
     if (openWithoutLinks(path, target)) {

@@ -28,6 +28,8 @@ struct LocalHit {
     std::string path;  // the answer, UTF-8
     std::int32_t type = PathType::None;
     struct stat target {};
+    bool readable = false;
+    bool writable = false;
 };
 
 bool isNothingThere(int error) noexcept {
@@ -36,7 +38,8 @@ bool isNothingThere(int error) noexcept {
 }
 
 // The local answer, or false when nothing is there (also for a dangling link).
-bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, LocalHit& hit) {
+bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, bool wantAccess,
+                  LocalHit& hit) {
     if (path.empty()) return false;
     const std::string native = detail::nativeUtf8(path);
     if (options.ResolveSymbolicLinks) {
@@ -45,10 +48,15 @@ bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, Lo
             detail::throwStorageError(e, native);
         }
         hit.type = S_ISDIR(hit.target.st_mode) ? PathType::Folder : PathType::File;
+        if (wantAccess) {
+            hit.readable = posix::accessPath(hit.path, R_OK) == 0;
+            hit.writable = posix::accessPath(hit.path, W_OK) == 0;
+        }
         return true;
     }
     // The name itself first: for anything but a link that one walk tells everything.
-    if (const int e = posix::lstatPath(native, hit.target)) {
+    if (const int e =
+            posix::probeName(native, hit.target, wantAccess, hit.readable, hit.writable)) {
         if (isNothingThere(e)) return false;
         detail::throwStorageError(e, native);
     }
@@ -57,6 +65,10 @@ bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, Lo
         if (const int e = posix::statPath(native, hit.target)) {
             if (isNothingThere(e)) return false;
             detail::throwStorageError(e, native);
+        }
+        if (wantAccess) {
+            hit.readable = posix::accessPath(native, R_OK) == 0;
+            hit.writable = posix::accessPath(native, W_OK) == 0;
         }
     }
     hit.path = native;
@@ -107,12 +119,12 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
     ResolvePathResultWithAttributes out;
     if (!vfs::hasIRIPrefix(path)) {
         LocalHit hit;
-        if (!resolveLocal(path, options, hit)) return out;
+        if (!resolveLocal(path, options, wantAttributes, hit)) return out;
         out.path = fl::i18n::to_ustring(hit.path);
         out.type = hit.type;
         if (wantAttributes) {
-            out.readable = posix::accessPath(hit.path, R_OK) == 0;
-            out.writable = posix::accessPath(hit.path, W_OK) == 0;
+            out.readable = hit.readable;
+            out.writable = hit.writable;
             out.lastModified = toPtime(hit.target.st_mtim);
             out.size =
                 S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
@@ -123,14 +135,14 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
     const vfs::AbsoluteIRI iri(path);
     if (detail::lowerAscii(iri.getScheme()) == u"file") {
         LocalHit hit;
-        if (!resolveLocal(vfs::fromAbsoluteIRI(iri), options, hit)) return out;
+        if (!resolveLocal(vfs::fromAbsoluteIRI(iri), options, wantAttributes, hit)) return out;
         const fl::ustring local = fl::i18n::to_ustring(hit.path);
         out.path =
             options.LocalPathFromFileScheme ? local : vfs::toAbsoluteIRI(u"file", local).toString();
         out.type = hit.type;
         if (wantAttributes) {
-            out.readable = posix::accessPath(hit.path, R_OK) == 0;
-            out.writable = posix::accessPath(hit.path, W_OK) == 0;
+            out.readable = hit.readable;
+            out.writable = hit.writable;
             out.lastModified = toPtime(hit.target.st_mtim);
             out.size =
                 S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
