@@ -1,7 +1,8 @@
 // IRIs (percent-encoding, RFC 3986 resolution, parents, file paths), the URL text helpers,
-// and the storage errors: their identity and their catalog texts.
+// and the storage and path errors: their identity and their catalog texts.
 #include "zkfs/test/Errors.hpp"
 
+#include "fl/filesystem/filesystem.hpp"
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/utility/URL.hpp"
@@ -10,18 +11,22 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
 namespace {
 
+namespace fs = fl::filesystem;
 namespace vfs = foundation::storage::vfs;
 using fl::i18n::to_ustring;
 using fl::i18n::to_utf8;
 using foundation::core::except::IException;
+using foundation::core::except::IMsgIDException;
 using vfs::AbsoluteIRI;
 
 std::string text(const AbsoluteIRI& iri) { return to_utf8(iri.toString()); }
@@ -295,37 +300,46 @@ TEST(StorageErrors, CodesChooseIdentifiers) {
                             fl::ustring(u"file:///x%20y"), std::string("storage error 42"));
 }
 
-TEST(StorageErrors, CloneAndRethrowKeepTypeAndState) {
-    const vfs::Exception original(3, AbsoluteIRI(u"mem://root/a"), "File exists");
-    std::unique_ptr<IException> copy(original.clone());
+// Every storage and path error, cloned and rethrown, keeps its class, identifier,
+// arguments and text, and is a std::exception as well as an identified error.
+TEST(StorageErrors, CloneAndRethrowKeepClassAndState) {
+    struct Row {
+        std::shared_ptr<const IMsgIDException> error;
+        const char* what;
+    };
+    const std::vector<Row> rows = {
+        {std::make_shared<vfs::Exception>(3, AbsoluteIRI(u"mem://root/a"), "File exists"),
+         "'mem://root/a' already exists."},
+        {std::make_shared<vfs::InvalidIRIException>(u"a/b"),
+         "'a/b' is not a valid absolute IRI or absolute path."},
+        {std::make_shared<vfs::UnsupportedIRISchemeException>(u"s3://b/k", u"s3"),
+         "No storage provider serves the scheme 's3' of 's3://b/k'."},
+        {std::make_shared<fs::SystemError>(EIO, u"/x"),
+         "System error for '/x': Input/output error (error 5)."},
+        {std::make_shared<fs::PathNotFound>(u"/y"), "'/y' does not exist."},
+        {std::make_shared<fs::AccessDenied>(u"/y"), "Access denied: '/y'."},
+    };
+    for (const Row& row : rows) {
+        const IMsgIDException& original = *row.error;
+        SCOPED_TRACE(original.GetID());
+        std::unique_ptr<IException> copy(original.clone());
+        try {
+            copy->rethrow();
+        } catch (const IMsgIDException& e) {
+            EXPECT_EQ(typeid(e), typeid(original));
+            EXPECT_TRUE(zkfs::test::matchesIdentifiedError(e, original.GetID(),
+                                                           original.GetBaseMsgIDObj().getArgs()));
+            const auto* standard = dynamic_cast<const std::exception*>(&e);
+            ASSERT_NE(standard, nullptr);
+            EXPECT_STREQ(standard->what(), row.what);
+        }
+    }
     try {
-        copy->rethrow();
+        std::unique_ptr<IException>(rows[0].error->clone())->rethrow();
     } catch (const vfs::Exception& e) {
         EXPECT_EQ(e.getErrorCode(), 3);
         EXPECT_EQ(e.getLocation().toString(), u"mem://root/a");
         EXPECT_EQ(e.getSystemText(), "File exists");
-        EXPECT_STREQ(e.what(), "'mem://root/a' already exists.");
-    }
-    std::unique_ptr<IException> badCopy(vfs::InvalidIRIException(u"a/b").clone());
-    try {
-        badCopy->rethrow();
-    } catch (const vfs::InvalidIRIException& e) {
-        EXPECT_EQ(e.getInvalidIRIString(), u"a/b");
-    }
-    const vfs::UnsupportedIRISchemeException scheme(u"s3://b/k", u"s3");
-    try {
-        std::unique_ptr<IException>(scheme.clone())->rethrow();
-    } catch (const vfs::UnsupportedIRISchemeException& e) {
-        EXPECT_EQ(e.getIRIString(), u"s3://b/k");
-        EXPECT_EQ(e.getScheme(), u"s3");
-    }
-    EXPECT_THROW(scheme.rethrow(), vfs::StorageException);
-    // Every storage error is a std::exception and an identified error at once.
-    try {
-        scheme.rethrow();
-    } catch (const std::exception& e) {
-        EXPECT_NE(dynamic_cast<const foundation::core::except::IMsgIDException*>(&e), nullptr);
-        EXPECT_STREQ(e.what(), "No storage provider serves the scheme 's3' of 's3://b/k'.");
     }
 }
 

@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -160,23 +159,6 @@ TEST_F(PathLayer, CanonicalResolvesEveryLinkAndRemoveTakesTheName) {
                             std::string("Directory not empty"), std::int64_t{ENOTEMPTY});
     EXPECT_TRUE(std::filesystem::exists(tree_.path("full/x")));
     EXPECT_TRUE(fs::remove(p("d")));
-}
-
-TEST(PathLayerExceptions, AreIdentifiedErrorsWithCloneAndRethrow) {
-    const fs::SystemError error(EIO, u"/x");
-    std::unique_ptr<foundation::core::except::IException> copy(error.clone());
-    try {
-        copy->rethrow();
-    } catch (const fs::FsysExceptionBase& e) {
-        EXPECT_EQ(e.GetID(), "QUORIN:filesystem:systemError");
-        const auto& system = dynamic_cast<const fs::SystemError&>(e);
-        EXPECT_EQ(system.getErrorCode(), EIO);
-        EXPECT_EQ(system.code(), EIO);
-        EXPECT_EQ(system.getPath(), u"/x");
-        EXPECT_STREQ(e.what(), "System error for '/x': Input/output error (error 5).");
-    }
-    EXPECT_THROW(fs::PathNotFound(u"/y").rethrow(), std::exception);
-    EXPECT_THROW(fs::AccessDenied(u"/y").rethrow(), foundation::core::except::IMsgIDException);
 }
 
 TEST(PathManagement, StringsAndIRIs) {
