@@ -1,6 +1,8 @@
 // The statement and value reader: every literal, nesting, the concatenation rules and
-// the columns of parse errors.
+// the columns of parse errors. Values are compared as their --json line, which shows the
+// class, the size and every element in column-major order at once.
 #include "qfs/Identifiers.hpp"
+#include "qfs/Json.hpp"
 #include "qfs/Parser.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/LiveArrays.hpp"
@@ -10,9 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -40,355 +41,185 @@ long long errorColumn(const std::string& text, bool statement = false) {
     return -1;
 }
 
-constexpr double kInf = std::numeric_limits<double>::infinity();
+std::string J(const std::string& cls, const std::string& size, const std::string& value) {
+    return R"({"class":")" + cls + R"(","size":)" + size + R"(,"value":)" + value + "}";
+}
+
+std::string num(const std::string& value) { return J("double", "[1,1]", "[" + value + "]"); }
+std::string chr(const std::string& value) { return J("char", "[1,1]", "\"" + value + "\""); }
 
 class QfsParserTest : public LiveArrayTest {};
 
-TEST_F(QfsParserTest, CharLiteralsDoubleTheirQuotesAndEmptyIsZeroByZero) {
-    auto a = parseValue("'it''s'");
-    ASSERT_TRUE(vqIsChar(a.get()));
-    EXPECT_EQ(dimsOf(a.get()), (Dims{1, 4}));
-    EXPECT_EQ(charsOf(a.get()), u"it's");
-
-    auto empty = parseValue("''");
-    ASSERT_TRUE(vqIsChar(empty.get()));
-    EXPECT_EQ(dimsOf(empty.get()), (Dims{0, 0}));
-
-    auto quotes = parseValue("'say \"x\"'");
-    EXPECT_EQ(charsOf(quotes.get()), u"say \"x\"");
-}
-
-TEST_F(QfsParserTest, CharLiteralsAreUtf16InsideAndKeepBytesThatAreNotUtf8) {
-    auto accent = parseValue("'\xc3\xa9t\xc3\xa9'");
-    EXPECT_EQ(charsOf(accent.get()), u"\u00e9t\u00e9");
-    auto astral = parseValue("'\xf0\x9f\x98\x80'");
-    EXPECT_EQ(dimsOf(astral.get()), (Dims{1, 2}));  // one surrogate pair
-    auto raw = parseValue("'a\xffz'");
-    EXPECT_EQ(charsOf(raw.get()), (fl::ustring{u'a', char16_t{0xDCFF}, u'z'}));
-}
-
-TEST_F(QfsParserTest, StringLiteralsDoubleTheirQuotesAndEmptyIsNotMissing) {
-    auto s = parseValue(R"("say ""hi""")");
-    ASSERT_TRUE(Hexfarrow::String::isString(s.get()));
-    EXPECT_EQ(stringsOf(s.get()), (std::vector<StringElement>{u"say \"hi\""}));
-
-    auto empty = parseValue("\"\"");
-    EXPECT_EQ(dimsOf(empty.get()), (Dims{1, 1}));
-    EXPECT_EQ(stringsOf(empty.get()), (std::vector<StringElement>{u""}));
-
-    auto m = parseValue("missing");
-    EXPECT_EQ(stringsOf(m.get()), (std::vector<StringElement>{std::nullopt}));
-}
-
-TEST_F(QfsParserTest, NumbersNaNAndInf) {
+TEST_F(QfsParserTest, ValuesHaveTheirClassSizeAndElements) {
     struct Row {
-        const char* text;
-        double value;
+        std::string text, json;
     };
-    for (const Row& r :
-         {Row{"1", 1}, Row{"-2.5e3", -2500}, Row{".5", 0.5}, Row{"+3", 3}, Row{"1E-3", 0.001},
-          Row{"Inf", kInf}, Row{"-Inf", -kInf}, Row{"007", 7}, Row{"1e999", kInf}}) {
+    for (const Row& r : std::vector<Row>{
+             // Numbers; a sign after a blank starts a new element.
+             {"[1 -2.5e3 .5 +3 1E-3 007 1e999 Inf -Inf NaN -NaN]",
+              J("double", "[1,11]",
+                R"([1.0,-2500.0,0.5,3.0,0.001,7.0,"Inf","Inf","-Inf","NaN","NaN"])")},
+             {"-0.25", J("double", "[1,1]", "[-0.25]")},
+             {"[1.5 NaN; Inf -Inf]", J("double", "[2,2]", R"([1.5,"Inf","NaN","-Inf"])")},
+             {"true", J("logical", "[1,1]", "[true]")},
+             // Quotes double inside their own kind of literal; '' is 0x0, "" is not missing.
+             {"'it''s'", J("char", "[1,4]", R"("it's")")},
+             {"'say \"x\"'", J("char", "[1,7]", R"("say \"x\"")")},
+             {"''", J("char", "[0,0]", R"("")")},
+             {"'\xc3\xa9t\xc3\xa9'", J("char", "[1,3]", "\"\xc3\xa9t\xc3\xa9\"")},
+             {"'\xf0\x9f\x98\x80'", J("char", "[1,2]", "\"\xf0\x9f\x98\x80\"")},  // a pair
+             {R"("say ""hi""")", J("string", "[1,1]", R"(["say \"hi\""])")},
+             {"\"\"", J("string", "[1,1]", R"([""])")},
+             {"missing", J("string", "[1,1]", "[null]")},
+             // Concatenation, column-major; 0x0 pieces drop out; a trailing ';' adds no row.
+             {"[]", J("double", "[0,0]", "[]")},
+             {"[1, 2; 3 4]", J("double", "[2,2]", "[1.0,3.0,2.0,4.0]")},
+             {"[[1;2] [3;4], [5;6]]", J("double", "[2,3]", "[1.0,2.0,3.0,4.0,5.0,6.0]")},
+             {"[[1 2]; [3 4]; 5 6]", J("double", "[3,2]", "[1.0,3.0,5.0,2.0,4.0,6.0]")},
+             {"[[] 7 []]", J("double", "[1,1]", "[7.0]")},
+             {"[1, 2;]", J("double", "[1,2]", "[1.0,2.0]")},
+             {"[true false; false true]", J("logical", "[2,2]", "[true,false,false,true]")},
+             {R"(["a" missing; "" "d"])", J("string", "[2,2]", R"(["a","",null,"d"])")},
+             {"['ab' 'cd']", J("char", "[1,4]", R"("abcd")")},
+             {"['ab'; 'cd'; 'ef']", J("char", "[3,2]", R"("acebdf")")},
+             {"[{1} {2, 3}]",
+              J("cell", "[1,3]", "[" + num("1.0") + "," + num("2.0") + "," + num("3.0") + "]")},
+             // Structs join by field name, not position.
+             {"[struct('a', 1, 'b', 'x') struct('b', 'y', 'a', 2)]",
+              R"({"class":"struct","size":[1,2],"fields":["a","b"],"value":[{"a":)" + num("1.0") +
+                  R"(,"b":)" + chr("x") + R"(},{"a":)" + num("2.0") + R"(,"b":)" + chr("y") +
+                  "}]}"},
+             {"[struct('Name', \"a\", 'Size', 1); struct('Name', missing, 'Size', NaN)]",
+              R"({"class":"struct","size":[2,1],"fields":["Name","Size"],"value":[)"
+              R"({"Name":{"class":"string","size":[1,1],"value":["a"]},)"
+              R"("Size":{"class":"double","size":[1,1],"value":[1.0]}},)"
+              R"({"Name":{"class":"string","size":[1,1],"value":[null]},)"
+              R"("Size":{"class":"double","size":[1,1],"value":["NaN"]}}]})"},
+             // A struct literal keeps its field order; a cell stays one field value.
+             {"struct('Zeta', [1 2], \"Alpha\", {'x'}, 'Mid', struct())",
+              R"({"class":"struct","size":[1,1],"fields":["Zeta","Alpha","Mid"],"value":[)"
+              R"({"Zeta":{"class":"double","size":[1,2],"value":[1.0,2.0]},)"
+              R"("Alpha":{"class":"cell","size":[1,1],"value":[)"
+              R"({"class":"char","size":[1,1],"value":"x"}]},)"
+              R"("Mid":{"class":"struct","size":[1,1],"fields":[],"value":[{}]}}]})"},
+             {"{}", J("cell", "[0,0]", "[]")},
+             {"{1, 'a'; \"s\" {true, {}}}",
+              J("cell", "[2,2]",
+                "[" + num("1.0") + "," + J("string", "[1,1]", R"(["s"])") + "," + chr("a") + "," +
+                    J("cell", "[1,2]",
+                      "[" + J("logical", "[1,1]", "[true]") + "," + J("cell", "[0,0]", "[]") +
+                          "]") +
+                    "]")},
+             // Sized constructors, reshape, logical and repmat.
+             {"strings(2, 3)", J("string", "[2,3]", R"(["","","","","",""])")},
+             {"strings(0, 2)", J("string", "[0,2]", "[]")},
+             {"cell(1, 2)", J("cell", "[1,2]", "[null,null]")},
+             {"zeros(2)", J("double", "[2,2]", "[0.0,0.0,0.0,0.0]")},
+             {"zeros(2, 2, 1)", J("double", "[2,2]", "[0.0,0.0,0.0,0.0]")},
+             {"zeros(2, 1, 3)", J("double", "[2,1,3]", "[0.0,0.0,0.0,0.0,0.0,0.0]")},
+             {"false(0, 3)", J("logical", "[0,3]", "[]")},
+             {"reshape([1 2 3 4 5 6 7 8], 2, 2, 2)",
+              J("double", "[2,2,2]", "[1.0,2.0,3.0,4.0,5.0,6.0,7.0,8.0]")},
+             {R"(reshape(["a" missing "c" "d"], 2, 1, 2))",
+              J("string", "[2,1,2]", R"(["a",null,"c","d"])")},
+             {"logical([1 0 -2 Inf])", J("logical", "[1,4]", "[true,false,true,true]")},
+             {"repmat([1; 2], 1, 3)", J("double", "[2,3]", "[1.0,2.0,1.0,2.0,1.0,2.0]")},
+             {"repmat('ab', 2, 2)", J("char", "[2,4]", R"("aabbaabb")")},
+             {"repmat(missing, 2)", J("string", "[2,2]", "[null,null,null,null]")},
+         }) {
         SCOPED_TRACE(r.text);
-        auto a = parseValue(r.text);
-        ASSERT_TRUE(vqIsDouble(a.get()));
-        ASSERT_TRUE(vqIsScalar(a.get()));
-        EXPECT_EQ(*vqGetPr(a.get()), r.value);
+        EXPECT_EQ(qfs::jsonLine(qfs::toJson(parseValue(r.text).get())), r.json);
     }
-    for (const char* nan : {"NaN", "-NaN"}) {
-        auto a = parseValue(nan);
-        EXPECT_TRUE(std::isnan(*vqGetPr(a.get())));
-    }
-}
-
-TEST_F(QfsParserTest, LogicalLiterals) {
-    auto t = parseValue("true");
-    auto f = parseValue("false");
-    ASSERT_TRUE(vqIsLogical(t.get()));
-    EXPECT_EQ(logicalsOf(t.get()), std::vector<bool>{true});
-    EXPECT_EQ(logicalsOf(f.get()), std::vector<bool>{false});
-}
-
-TEST_F(QfsParserTest, BracketsConcatenateNumbersInColumnMajorOrder) {
-    auto empty = parseValue("[]");
-    EXPECT_TRUE(vqIsDouble(empty.get()));
-    EXPECT_EQ(dimsOf(empty.get()), (Dims{0, 0}));
-
-    auto m = parseValue("[1, 2; 3 4]");
-    EXPECT_EQ(dimsOf(m.get()), (Dims{2, 2}));
-    EXPECT_EQ(doublesOf(m.get()), (std::vector<double>{1, 3, 2, 4}));
-
-    auto signs = parseValue("[1 -2 +3]");  // a sign after a blank starts a new element
-    EXPECT_EQ(doublesOf(signs.get()), (std::vector<double>{1, -2, 3}));
-
-    auto nested = parseValue("[[1;2] [3;4], [5;6]]");
-    EXPECT_EQ(dimsOf(nested.get()), (Dims{2, 3}));
-    EXPECT_EQ(doublesOf(nested.get()), (std::vector<double>{1, 2, 3, 4, 5, 6}));
-
-    auto stacked = parseValue("[[1 2]; [3 4]; 5 6]");
-    EXPECT_EQ(dimsOf(stacked.get()), (Dims{3, 2}));
-    EXPECT_EQ(doublesOf(stacked.get()), (std::vector<double>{1, 3, 5, 2, 4, 6}));
-
-    auto skipped = parseValue("[[] 7 []]");  // 0x0 pieces drop out
-    EXPECT_EQ(dimsOf(skipped.get()), (Dims{1, 1}));
-    EXPECT_EQ(doublesOf(skipped.get()), std::vector<double>{7});
-
-    auto trailing = parseValue("[1, 2;]");
-    EXPECT_EQ(dimsOf(trailing.get()), (Dims{1, 2}));
-}
-
-TEST_F(QfsParserTest, BracketsConcatenateLogicalsStringsAndCharRows) {
-    auto l = parseValue("[true false; false true]");
-    ASSERT_TRUE(vqIsLogical(l.get()));
-    EXPECT_EQ(logicalsOf(l.get()), (std::vector<bool>{true, false, false, true}));
-
-    auto s = parseValue(R"(["a" missing; "" "d"])");
-    ASSERT_TRUE(Hexfarrow::String::isString(s.get()));
-    EXPECT_EQ(dimsOf(s.get()), (Dims{2, 2}));
-    EXPECT_EQ(stringsOf(s.get()), (std::vector<StringElement>{u"a", u"", std::nullopt, u"d"}));
-
-    auto side = parseValue("['ab' 'cd']");
-    EXPECT_EQ(dimsOf(side.get()), (Dims{1, 4}));
-    EXPECT_EQ(charsOf(side.get()), u"abcd");
-
-    auto matrix = parseValue("['ab'; 'cd'; 'ef']");
-    EXPECT_EQ(dimsOf(matrix.get()), (Dims{3, 2}));
-    EXPECT_EQ(charsOf(matrix.get()), u"acebdf");
-}
-
-TEST_F(QfsParserTest, BracketsMakeStructArraysFromStructsWithTheSameFields) {
-    auto row = parseValue("[struct('a', 1, 'b', 'x') struct('b', 'y', 'a', 2)]");
-    ASSERT_TRUE(vqIsStruct(row.get()));
-    EXPECT_EQ(dimsOf(row.get()), (Dims{1, 2}));
-    EXPECT_EQ(row->get_struct_field_names(), (std::vector<std::string>{"a", "b"}));
-    // The second element's fields are matched by name, not position.
-    EXPECT_EQ(doublesOf(vqGetField(row.get(), 1, "a")), std::vector<double>{2});
-    EXPECT_EQ(charsOf(vqGetField(row.get(), 1, "b")), u"y");
-
-    auto column = parseValue("[struct('a', 1); struct('a', 2); struct('a', 3)]");
-    EXPECT_EQ(dimsOf(column.get()), (Dims{3, 1}));
-    EXPECT_EQ(doublesOf(vqGetField(column.get(), 2, "a")), std::vector<double>{3});
-}
-
-TEST_F(QfsParserTest, CellsHoldAnyValueAndNest) {
-    auto empty = parseValue("{}");
-    ASSERT_TRUE(vqIsCell(empty.get()));
-    EXPECT_EQ(dimsOf(empty.get()), (Dims{0, 0}));
-
-    auto c = parseValue("{1, 'a'; \"s\" {true, {}}}");
-    ASSERT_TRUE(vqIsCell(c.get()));
-    EXPECT_EQ(dimsOf(c.get()), (Dims{2, 2}));
-    EXPECT_EQ(doublesOf(vqGetCell(c.get(), 0)), std::vector<double>{1});
-    EXPECT_TRUE(Hexfarrow::String::isString(vqGetCell(c.get(), 1)));
-    EXPECT_EQ(charsOf(vqGetCell(c.get(), 2)), u"a");
-    const vqArray* inner = vqGetCell(c.get(), 3);
-    ASSERT_TRUE(vqIsCell(inner));
-    EXPECT_EQ(dimsOf(inner), (Dims{1, 2}));
-    EXPECT_TRUE(vqIsCell(vqGetCell(inner, 1)));
-
-    auto joined = parseValue("[{1} {2, 3}]");  // brackets join cells like other values
-    EXPECT_EQ(dimsOf(joined.get()), (Dims{1, 3}));
-}
-
-TEST_F(QfsParserTest, StructLiteralKeepsFieldOrderAndTakesAnyValue) {
-    auto s = parseValue("struct('Zeta', [1 2], \"Alpha\", {'x'}, 'Mid', struct())");
-    ASSERT_TRUE(vqIsStruct(s.get()));
-    EXPECT_EQ(dimsOf(s.get()), (Dims{1, 1}));
-    EXPECT_EQ(s->get_struct_field_names(), (std::vector<std::string>{"Zeta", "Alpha", "Mid"}));
-    EXPECT_TRUE(vqIsCell(vqGetField(s.get(), 0, "Alpha")));  // a cell stays one field value
-    const vqArray* mid = vqGetField(s.get(), 0, "Mid");
-    ASSERT_TRUE(vqIsStruct(mid));
-    EXPECT_EQ(vqGetNumberOfFields(mid), 0);
-}
-
-TEST_F(QfsParserTest, SizedConstructors) {
-    auto s = parseValue("strings(2, 3)");
-    EXPECT_EQ(dimsOf(s.get()), (Dims{2, 3}));
-    EXPECT_EQ(stringsOf(s.get()), std::vector<StringElement>(6, u""));
-
-    auto c = parseValue("cell(1, 2)");
-    ASSERT_TRUE(vqIsCell(c.get()));
-    EXPECT_EQ(vqGetCell(c.get(), 0), nullptr);
-    EXPECT_EQ(vqGetCell(c.get(), 1), nullptr);
-
-    auto z = parseValue("zeros(2)");
-    EXPECT_EQ(dimsOf(z.get()), (Dims{2, 2}));
-    EXPECT_EQ(doublesOf(z.get()), std::vector<double>(4, 0));
-
-    auto f = parseValue("false(0, 3)");
-    ASSERT_TRUE(vqIsLogical(f.get()));
-    EXPECT_EQ(dimsOf(f.get()), (Dims{0, 3}));
-
-    auto cube = parseValue("zeros(2, 1, 3)");
-    EXPECT_EQ(dimsOf(cube.get()), (Dims{2, 1, 3}));
-}
-
-TEST_F(QfsParserTest, ReshapeLogicalAndRepmat) {
-    auto r = parseValue("reshape([1 2 3 4 5 6 7 8], 2, 2, 2)");
-    EXPECT_EQ(dimsOf(r.get()), (Dims{2, 2, 2}));
-    EXPECT_EQ(doublesOf(r.get()), (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8}));
-
-    auto sr = parseValue(R"(reshape(["a" missing "c" "d"], 2, 1, 2))");
-    EXPECT_EQ(dimsOf(sr.get()), (Dims{2, 1, 2}));
-    EXPECT_EQ(stringsOf(sr.get()), (std::vector<StringElement>{u"a", std::nullopt, u"c", u"d"}));
-
-    auto l = parseValue("logical([1 0 -2 Inf])");
-    ASSERT_TRUE(vqIsLogical(l.get()));
-    EXPECT_EQ(logicalsOf(l.get()), (std::vector<bool>{true, false, true, true}));
-
-    auto m = parseValue("repmat([1; 2], 1, 3)");
-    EXPECT_EQ(dimsOf(m.get()), (Dims{2, 3}));
-    EXPECT_EQ(doublesOf(m.get()), (std::vector<double>{1, 2, 1, 2, 1, 2}));
-
-    auto chars = parseValue("repmat('ab', 2, 2)");
-    EXPECT_EQ(dimsOf(chars.get()), (Dims{2, 4}));
-    EXPECT_EQ(charsOf(chars.get()), u"aabbaabb");
-
-    auto square = parseValue("repmat(missing, 2)");
-    EXPECT_EQ(stringsOf(square.get()), std::vector<StringElement>(4, std::nullopt));
-
+    // What the --json line cannot show: the escaped byte and the separate copies.
+    EXPECT_EQ(charsOf(parseValue("'a\xffz'").get()), (fl::ustring{u'a', char16_t{0xDCFF}, u'z'}));
     auto structs = parseValue("repmat(struct('a', {1}), 2, 1)");
     EXPECT_EQ(dimsOf(structs.get()), (Dims{2, 1}));
-    // Deep copies: each element owns its own field value.
     EXPECT_NE(vqGetField(structs.get(), 0, "a"), vqGetField(structs.get(), 1, "a"));
 }
 
-TEST_F(QfsParserTest, ErrorsNameTheColumnWhereTheProblemStarts) {
+TEST_F(QfsParserTest, ErrorsNameTheColumnWhereTheProblemStartsAndReleaseWhatWasBuilt) {
     struct Row {
         const char* text;
         long long column;
+        bool statement = false;
     };
-    for (const Row& r : {
-             Row{"[1 'a']", 4},                            // unlike classes
-             Row{"[true 1]", 7},                           // logical with double
-             Row{"[\"a\" 'b']", 6},                        // string with char
-             Row{"['ab'; 'c']", 8},                        // char rows of unequal length
-             Row{"[[1 2]; [1 2 3]]", 9},                   // column counts differ
-             Row{"[[1; 2] 3]", 9},                         // row counts differ
-             Row{"[struct('a', 1) struct('b', 1)]", 17},   // different fields
-             Row{"[reshape(zeros(1, 8), 2, 2, 2) 1]", 2},  // three dimensions
-             Row{"'abc", 1},                               // unterminated char
-             Row{"\"abc", 1},                              // unterminated string
-             Row{"{1, 2; 3}", 8},                          // ragged cell rows
-             Row{"[1 2", 1},                               // unclosed bracket
-             Row{"{1", 1},                                 // unclosed brace
-             Row{"[1, , 2]", 5},                           // empty element
-             Row{"[1 - 2]", 4},                            // no arithmetic
-             Row{"1abc", 2},                               // letters after a number
-             Row{"1.2.3", 4},                              // two points
-             Row{"1e", 1},                                 // exponent without digits
-             Row{"x", 1},                                  // no variables
-             Row{"sqrt(2)", 1},                            // unknown value function
-             Row{"zeros", 6},                              // constructor without '('
-             Row{"zeros()", 1},                            // no size
-             Row{"zeros(-1)", 7},                          // negative size
-             Row{"zeros(1.5)", 7},                         // fractional size
-             Row{"zeros('a')", 7},                         // text size
-             Row{"struct('a')", 1},                        // unpaired field
-             Row{"struct(1, 2)", 8},                       // field name not text
-             Row{"struct('1a', 2)", 8},                    // not a valid field name
-             Row{"struct('a', 1, 'a', 2)", 16},            // duplicate field
-             Row{"reshape([1 2 3], 2, 2)", 1},             // count changes
-             Row{"reshape([1 2], 2)", 1},                  // one size only
-             Row{"logical(NaN)", 1},                       // NaN has no truth value
-             Row{"logical('a')", 1},                       // text has none either
-             Row{"repmat(1)", 1},                          // no count
-             Row{"1 2", 3},                                // two values
-             Row{"", 1},                                   // nothing
-             Row{"\xc3\xa9", 1},                           // not a value
-             Row{"'\xc3\xa9\xc3\xa9' x", 6},               // columns count characters
-         }) {
+    // Concatenation of unlike classes, unequal char rows, column or row counts, fields,
+    // three dimensions; unterminated text, ragged cells, unclosed brackets, empty elements,
+    // arithmetic; malformed numbers; names that are not values; constructor sizes that are
+    // missing, negative, fractional or text; struct fields unpaired, not text, not valid or
+    // repeated; reshape changing the count or given one size; NaN and text as truth
+    // values; repmat without count; two values, none, a non-ASCII character, and columns
+    // that count characters, not bytes.
+    for (const Row& r :
+         {Row{"[1 'a']", 4}, Row{"[true 1]", 7}, Row{"[\"a\" 'b']", 6}, Row{"['ab'; 'c']", 8},
+          Row{"[[1 2]; [1 2 3]]", 9}, Row{"[[1; 2] 3]", 9},
+          Row{"[struct('a', 1) struct('b', 1)]", 17}, Row{"[reshape(zeros(1, 8), 2, 2, 2) 1]", 2},
+          Row{"'abc", 1}, Row{"\"abc", 1}, Row{"{1, 2; 3}", 8}, Row{"[1 2", 1}, Row{"{1", 1},
+          Row{"[1, , 2]", 5}, Row{"[1 - 2]", 4}, Row{"1abc", 2}, Row{"1.2.3", 4}, Row{"1e", 1},
+          Row{"x", 1}, Row{"sqrt(2)", 1}, Row{"zeros", 6}, Row{"zeros()", 1}, Row{"zeros(-1)", 7},
+          Row{"zeros(1.5)", 7}, Row{"zeros('a')", 7}, Row{"struct('a')", 1}, Row{"struct(1, 2)", 8},
+          Row{"struct('1a', 2)", 8}, Row{"struct('a', 1, 'a', 2)", 16},
+          Row{"reshape([1 2 3], 2, 2)", 1}, Row{"reshape([1 2], 2)", 1}, Row{"logical(NaN)", 1},
+          Row{"logical('a')", 1}, Row{"repmat(1)", 1}, Row{"1 2", 3}, Row{"", 1},
+          Row{"\xc3\xa9", 1}, Row{"'\xc3\xa9\xc3\xa9' x", 6},
+          // Statements; the last three fail after earlier arguments were built.
+          Row{"f(1 2)", 5, true}, Row{"f(1", 2, true}, Row{"f(1) x", 6, true},
+          Row{"x == f(1)", 3, true}, Row{"x = ", 5, true}, Row{"x = 3", 5, true},
+          Row{"[a, b = f()", 7, true}, Row{"[a b] f()", 7, true}, Row{"[] = f()", 1, true},
+          Row{"[a, 1] = f()", 5, true}, Row{"1 = f()", 1, true}, Row{"f(1);;", 6, true},
+          Row{"f('a' % not closed", 2, true},
+          Row{"f({1, 'a', [1 2 3], struct('a', {2})}, [1 'x'])", 43, true},
+          Row{"f(strings(3), cell(2), reshape([1 2], 3, 1))", 24, true},
+          Row{"f(repmat({1}, 2), struct('a', 1, 'a', 2))", 34, true}}) {
         SCOPED_TRACE(r.text);
-        EXPECT_EQ(errorColumn(r.text), r.column);
+        const LiveArrayGuard guard;
+        EXPECT_EQ(errorColumn(r.text, r.statement), r.column);
     }
+    // Deep nesting is an error at the limit, not a stack overflow.
+    EXPECT_EQ(errorColumn(std::string(100000, '[') + "1" + std::string(100000, ']')), 201);
+    EXPECT_EQ(errorColumn("f(" + std::string(5000, '{') + std::string(5000, '}') + ")", true), 203);
+    EXPECT_TRUE(vqIsCell(parseValue(std::string(150, '{') + "1" + std::string(150, '}')).get()));
 }
 
-TEST_F(QfsParserTest, StatementsWithOutputsArgumentsAndSuppression) {
-    Statement a = parseStatement("x = pathFcn(\"a/b\", 'unix');  % split it");
-    EXPECT_EQ(a.kind, Statement::Kind::Call);
-    EXPECT_EQ(a.name, "pathFcn");
+TEST_F(QfsParserTest, StatementsKindsNamesOutputsAndSuppression) {
+    using K = Statement::Kind;
+    struct Row {
+        const char* text;
+        K kind;
+        const char* name;
+        std::vector<std::string> outputs;
+        std::size_t args;
+        bool suppressed;
+    };
+    for (const Row& r : std::vector<Row>{
+             {"x = pathFcn(\"a/b\", 'unix');  % split it", K::Call, "pathFcn", {"x"}, 2, true},
+             {"  [tf, ~ targets] = isSymlinkFcn({'/a', '/b'})",
+              K::Call,
+              "isSymlinkFcn",
+              {"tf", "~", "targets"},
+              1,
+              false},
+             {"createWindowsShortcutFcn", K::Call, "createWindowsShortcutFcn", {}, 0, false},
+             {"mkSymlinkFcn( )\r", K::Call, "mkSymlinkFcn", {}, 0, false},
+             {"", K::Empty, "", {}, 0, false},
+             {"   \t", K::Empty, "", {}, 0, false},
+             {"% createFileURL('x')", K::Empty, "", {}, 0, false},
+             {"help", K::Help, "", {}, 0, false},
+             {"help pathFcn  % what does it do", K::Help, "pathFcn", {}, 0, false},
+         }) {
+        SCOPED_TRACE(r.text);
+        const Statement s = parseStatement(r.text);
+        EXPECT_EQ(s.kind, r.kind);
+        EXPECT_EQ(s.name, r.name);
+        EXPECT_EQ(s.outputs, r.outputs);
+        EXPECT_EQ(s.args.size(), r.args);
+        EXPECT_EQ(s.suppressed, r.suppressed);
+    }
+    const Statement a = parseStatement("x = pathFcn(\"a/b\", 'unix');");
     EXPECT_EQ(a.nameColumn, 5U);
-    EXPECT_EQ(a.outputs, std::vector<std::string>{"x"});
     ASSERT_EQ(a.args.size(), 2U);
     EXPECT_TRUE(Hexfarrow::String::isString(a.args[0].get()));
     EXPECT_TRUE(vqIsChar(a.args[1].get()));
-    EXPECT_TRUE(a.suppressed);
-
-    Statement b = parseStatement("  [tf, ~ targets] = isSymlinkFcn({'/a', '/b'})");
-    EXPECT_EQ(b.outputs, (std::vector<std::string>{"tf", "~", "targets"}));
-    ASSERT_EQ(b.args.size(), 1U);
-    EXPECT_FALSE(b.suppressed);
-
-    Statement c = parseStatement("createWindowsShortcutFcn");
-    EXPECT_EQ(c.kind, Statement::Kind::Call);
-    EXPECT_TRUE(c.outputs.empty());
-    EXPECT_TRUE(c.args.empty());
-
-    Statement d = parseStatement("mkSymlinkFcn( )\r");
-    EXPECT_EQ(d.name, "mkSymlinkFcn");
-    EXPECT_TRUE(d.args.empty());
-}
-
-TEST_F(QfsParserTest, EmptyLinesCommentsAndHelp) {
-    EXPECT_EQ(parseStatement("").kind, Statement::Kind::Empty);
-    EXPECT_EQ(parseStatement("   \t").kind, Statement::Kind::Empty);
-    EXPECT_EQ(parseStatement("% createFileURL('x')").kind, Statement::Kind::Empty);
-
-    Statement all = parseStatement("help");
-    EXPECT_EQ(all.kind, Statement::Kind::Help);
-    EXPECT_EQ(all.name, "");
-    Statement one = parseStatement("help pathFcn  % what does it do");
-    EXPECT_EQ(one.kind, Statement::Kind::Help);
-    EXPECT_EQ(one.name, "pathFcn");
-}
-
-TEST_F(QfsParserTest, StatementErrorsNameTheColumn) {
-    struct Row {
-        const char* text;
-        long long column;
-    };
-    for (const Row& r : {
-             Row{"f(1 2)", 5},
-             Row{"f(1", 2},
-             Row{"f(1) x", 6},
-             Row{"x == f(1)", 3},
-             Row{"x = ", 5},
-             Row{"x = 3", 5},
-             Row{"[a, b = f()", 7},
-             Row{"[a b] f()", 7},
-             Row{"[] = f()", 1},
-             Row{"[a, 1] = f()", 5},
-             Row{"1 = f()", 1},
-             Row{"f(1);;", 6},
-             Row{"f('a' % not closed", 2},
-         }) {
-        SCOPED_TRACE(r.text);
-        EXPECT_EQ(errorColumn(r.text, true), r.column);
-    }
-}
-
-TEST_F(QfsParserTest, FailedParsesReleaseWhatTheyBuilt) {
-    LiveArrayGuard guard;
-    for (const char* text : {"f({1, 'a', [1 2 3], struct('a', {2})}, [1 'x'])",
-                             "f(strings(3), cell(2), reshape([1 2], 3, 1))",
-                             "f(repmat({1}, 2), struct('a', 1, 'a', 2))"}) {
-        SCOPED_TRACE(text);
-        EXPECT_GT(errorColumn(text, true), 0);
-    }
-    EXPECT_EQ(guard.change(), 0);
-}
-
-}  // namespace
-
-namespace {
-
-TEST(QfsParserLimitsTest, DeepNestingIsAParseErrorNotAStackOverflow) {
-    const std::string deep = std::string(100000, '[') + "1" + std::string(100000, ']');
-    EXPECT_EQ(errorColumn(deep), 201);
-    const std::string cells = "f(" + std::string(5000, '{') + std::string(5000, '}') + ")";
-    EXPECT_EQ(errorColumn(cells, true), 203);
-    const std::string fine = std::string(150, '{') + "1" + std::string(150, '}');
-    auto v = parseValue(fine);
-    EXPECT_TRUE(vqIsCell(v.get()));
 }
 
 }  // namespace
