@@ -39,6 +39,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -127,7 +128,7 @@ std::string reasonOfCurrentException() {
     }
 }
 
-fs::path toNativePath(const fl::ustring& path) { return fs::path(fl::i18n::to_utf8(path)); }
+fs::path toNativePath(const fl::ustring& path) { return {fl::i18n::to_utf8(path)}; }
 
 }  // namespace
 
@@ -231,7 +232,7 @@ unique_vqarray_ptr createStruct(const OrderedMap<fl::ustring, bool>& m) {
         vqGetLogicals(value.get())[0] = m.at(m.keys[i]);
         const int field = vqGetFieldNumber(result.get(), names[i]);
         vqSetFieldByNumber(result.get(), 0, field, value.get());
-        value.release();  // the struct holds it now
+        (void)value.release();  // the struct holds it now
     }
     return result;
 }
@@ -480,18 +481,18 @@ OptionalFailure setPermissionsForLink(const fl::ustring& path, const PermissionR
 
 namespace {
 
-unique_vqarray_ptr failureStruct(const FailureList& failures, std::vector<vqSize> dims) {
+unique_vqarray_ptr failureStruct(const FailureList& failures, const std::vector<vqSize>& dims) {
     unique_vqarray_ptr result = matrix::detail::do_create_struct(dims, {"Name", "Cause"});
     const int nameField = vqGetFieldNumber(result.get(), "Name");
     const int causeField = vqGetFieldNumber(result.get(), "Cause");
     for (std::size_t k = 0; k < failures.size(); ++k) {
         unique_vqarray_ptr name = Hexfarrow::String::createStringArray(failures[k].first);
         vqSetFieldByNumber(result.get(), k, nameField, name.get());
-        name.release();
+        (void)name.release();  // the struct holds it now
         unique_vqarray_ptr cause =
             Hexfarrow::String::createStringArray(fl::i18n::to_ustring(failures[k].second));
         vqSetFieldByNumber(result.get(), k, causeField, cause.get());
-        cause.release();
+        (void)cause.release();
     }
     return result;
 }
@@ -687,8 +688,8 @@ FailureList setPermissionsForFolderContentsBottomUp(const fl::ustring& folder,
 
     if (scope == u"all" || scope == u"folders") {
         // Deepest first: a folder keeps its read permission until its contents are done.
-        for (auto it = folders.rbegin(); it != folders.rend(); ++it) {
-            walk.append(failures, changeFolderItself(walk, *it));
+        for (const auto& sub : std::views::reverse(folders)) {
+            walk.append(failures, changeFolderItself(walk, sub));
         }
     }
     walk.append(failures, changeFolderItself(walk, folder));
