@@ -1,9 +1,8 @@
 // The name-value option parser on its own: order of checks, the struct form, the value
 // rule and the generic table (required names).
+#include "PathsTestSupport.hpp"
 #include "quorin/gateway/Errors.hpp"
 #include "validation/NameValueOptions.hpp"
-#include "zkfs/test/Arrays.hpp"
-#include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 
 #include <gtest/gtest.h>
@@ -13,207 +12,111 @@
 namespace {
 
 using namespace zkfs::test;
+using namespace zkfs::test::paths;
 namespace validation = quorin::io::common::validation;
-using quorin::io::filesystem::core::ResolvePathOptions;
 
 constexpr const char* kOdd = "QUORIN:io:common:validation:OddNumberParameters";
 constexpr const char* kUnknown = "QUORIN:io:common:validation:UnknownParameter";
 constexpr const char* kInternal = "QUORIN:io:common:validation:InternalError";
-constexpr const char* kScalarStruct = "QUORIN:io:common:validation:ExpectedScalarStruct";
-const std::string kExpectedLogical = "Expected logical scalar";
-
-ResolvePathOptions parse(const ArgList& args) {
-    return validation::parseResolvePathOptions(args.data(), args.count());
-}
-
-struct Flags {
-    bool links, fileScheme, caseCorrect;
-};
-void expectFlags(const ResolvePathOptions& o, Flags f) {
-    EXPECT_EQ(o.ResolveSymbolicLinks, f.links);
-    EXPECT_EQ(o.LocalPathFromFileScheme, f.fileScheme);
-    EXPECT_EQ(o.CaseCorrectAndResolveOnWindows, f.caseCorrect);
-}
+constexpr const char* kNotText = "QUORIN:string:MustBeStringScalarOrCharacterVector";
+constexpr const char* kNotScalar = "QUORIN:io:common:validation:ExpectedScalarStruct";
+const std::string kLogical = "Expected logical scalar";
+const Make kPath = ch(u"/x");  // never looked at
+const Make kRsl = ch(u"ResolveSymbolicLinks");
+const Make kYes = lg(true);
 
 class OptionParser : public LiveArrayTest {};
 
-TEST_F(OptionParser, PathAloneGivesDefaults) {
-    expectFlags(parse(ArgList(charRow(u"/x"))), {false, false, false});
-    // The path argument itself is never looked at, not even for its kind.
-    expectFlags(parse(ArgList(doubleScalar(3))), {false, false, false});
-}
-
-TEST_F(OptionParser, EachNameSetsItsOwnFlag) {
-    expectFlags(
-        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
-        {true, false, false});
-    expectFlags(parse(ArgList(charRow(u"/x"), stringScalar(u"LocalPathFromFileScheme"),
-                              logicalScalar(true))),
-                {false, true, false});
-    expectFlags(
-        parse(ArgList(charRow(u"/x"), charRow(u"CaseCorrectAndResolveOnWindows"),
-                      logicalScalar(true), charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
-        {true, false, true});
-}
-
-TEST_F(OptionParser, LastValueOfARepeatedNameWins) {
-    expectFlags(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true),
-                              charRow(u"ResolveSymbolicLinks"), logicalScalar(false))),
-                {false, false, false});
-    expectFlags(
-        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(false),
-                      charRow(u"ResolveSymbolicLinks"), logicalScalar(true))),
-        {true, false, false});
-}
-
-TEST_F(OptionParser, LoneTextOptionIsAnUnpairedName) {
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"))), kOdd);
-    // Not a text error either, whatever the lone argument is.
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), doubleScalar(1))), kOdd);
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), nullptr)), kOdd);
-}
-
-TEST_F(OptionParser, ParityIsCheckedBeforeAnyConversion) {
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), logicalScalar(true),
-                      charRow(u"LocalPathFromFileScheme"))),
-        kOdd);
-    // An unknown name and a name that is no text at all come later than the parity.
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), doubleScalar(5), doubleScalar(7))), kOdd);
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), doubleScalar(1), doubleScalar(5), doubleScalar(7))), kOdd);
-}
-
-TEST_F(OptionParser, NamesMatchWholeAndCaseSensitively) {
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"resolvesymboliclinks"), logicalScalar(true))),
-        kUnknown, fl::ustring(u"resolvesymboliclinks"));
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"Resolve"), logicalScalar(true))), kUnknown,
-        fl::ustring(u"Resolve"));
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinksX"), logicalScalar(true))),
-        kUnknown, fl::ustring(u"ResolveSymbolicLinksX"));
-    // The name travels as given: an embedded NUL is part of it.
-    const fl::ustring withNul(u"ResolveSymbolicLinks\0", 21);
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(withNul), logicalScalar(true))),
-                            kUnknown, withNul);
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u""), logicalScalar(true))),
-                            kUnknown, fl::ustring());
-}
-
-TEST_F(OptionParser, NameMustBeOneText) {
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), doubleScalar(1), logicalScalar(true))),
-                            "QUORIN:string:MustBeStringScalarOrCharacterVector");
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), missingString(), logicalScalar(true))),
-                            "QUORIN:string:MissingNotSupported");
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), stringArray({1, 2}, {u"ResolveSymbolicLinks", u"x"}),
-                      logicalScalar(true))),
-        "QUORIN:string:MustBeStringScalarOrCharacterVector");
-    // Names are read strictly: a char matrix is no name, even a single-row 3-D one.
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charMatrix({u"ab", u"cd"}), logicalScalar(true))),
-        "QUORIN:string:MustBeStringScalarOrCharacterVector");
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), cellRow(charRow(u"ResolveSymbolicLinks")),
-                                          logicalScalar(true))),
-                            "QUORIN:string:MustBeStringScalarOrCharacterVector");
-}
-
-TEST_F(OptionParser, ValueMustBeANonSparseLogicalScalar) {
-    auto bad = [](unique_vqarray_ptr value) {
-        return ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"), std::move(value));
+TEST_F(OptionParser, PairsAndStructsSetTheirFlags) {
+    struct Row {
+        const char* what;
+        std::vector<Make> args;
+        bool links, fileScheme, caseCorrect;
     };
-    EXPECT_IDENTIFIED_ERROR(parse(bad(doubleScalar(1))), kInternal, kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(doubleScalar(0))), kInternal, kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(logicalArray({1, 2}, {true, true}))), kInternal,
-                            kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(logicalArray({0, 0}, {}))), kInternal, kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(sparse(logicalScalar(true)))), kInternal, kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(charRow(u"true"))), kInternal, kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(stringScalar(u"true"))), kInternal, kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(numericArray(vqINT8_CLASS, {1, 1}))), kInternal,
-                            kExpectedLogical);
-    EXPECT_IDENTIFIED_ERROR(parse(bad(nullptr)), kInternal, kExpectedLogical);
+    const Make caseCorrect = ch(u"CaseCorrectAndResolveOnWindows");
+    // clang-format off
+    const Row rows[] = {
+        {"path alone", {kPath}, false, false, false},
+        {"path of any kind", {num(3)}, false, false, false},
+        {"one name", {kPath, kRsl, kYes}, true, false, false},
+        {"string name", {kPath, str(u"LocalPathFromFileScheme"), kYes}, false, true, false},
+        {"two names", {kPath, caseCorrect, kYes, kRsl, kYes}, true, false, true},
+        {"last wins, false", {kPath, kRsl, kYes, kRsl, lg(false)}, false, false, false},
+        {"last wins, true", {kPath, kRsl, lg(false), kRsl, kYes}, true, false, false},
+        {"struct", {kPath, st({{"ResolveSymbolicLinks", kYes}})}, true, false, false},
+        {"struct of two",
+         {kPath, st({{"LocalPathFromFileScheme", kYes}, {"CaseCorrectAndResolveOnWindows", kYes}})},
+         false, true, true},
+        {"struct without fields", {kPath, st({})}, false, false, false},
+    };
+    // clang-format on
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        const ArgList args = build(row.args);
+        const auto o = validation::parseResolvePathOptions(args.data(), args.count());
+        EXPECT_EQ(o.ResolveSymbolicLinks, row.links);
+        EXPECT_EQ(o.LocalPathFromFileScheme, row.fileScheme);
+        EXPECT_EQ(o.CaseCorrectAndResolveOnWindows, row.caseCorrect);
+    }
 }
 
-TEST_F(OptionParser, FirstFailingPairWins) {
-    // The first pair's bad value is seen before the second pair's unknown name.
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"),
-                                          doubleScalar(5), charRow(u"Bogus"), logicalScalar(true))),
-                            kInternal, kExpectedLogical);
-    // And the first pair's unknown name before the second pair's bad value.
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), logicalScalar(true),
-                                          charRow(u"ResolveSymbolicLinks"), doubleScalar(5))),
-                            kUnknown, fl::ustring(u"Bogus"));
-    // Within a pair, the name before the value.
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), charRow(u"Bogus"), doubleScalar(5))),
-                            kUnknown, fl::ustring(u"Bogus"));
-}
-
-TEST_F(OptionParser, ScalarStructSetsItsFieldsInOrder) {
-    expectFlags(parse(ArgList(charRow(u"/x"),
-                              structScalar(field("ResolveSymbolicLinks", logicalScalar(true))))),
-                {true, false, false});
-    expectFlags(
-        parse(ArgList(charRow(u"/x"),
-                      structScalar(field("LocalPathFromFileScheme", logicalScalar(true)),
-                                   field("CaseCorrectAndResolveOnWindows", logicalScalar(true))))),
-        {false, true, true});
-    // Fields are taken in the struct's own order, so its first bad field is reported.
-    EXPECT_IDENTIFIED_ERROR(
-        parse(
-            ArgList(charRow(u"/x"), structScalar(field("Zeta", logicalScalar(true)),
-                                                 field("ResolveSymbolicLinks", doubleScalar(2))))),
-        kUnknown, fl::ustring(u"Zeta"));
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), structScalar(field("ResolveSymbolicLinks", doubleScalar(2)),
-                                                   field("Zeta", logicalScalar(true))))),
-        kInternal, kExpectedLogical);
-    // An empty field holds no logical scalar.
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), structScalar(field("ResolveSymbolicLinks", nullptr)))),
-        kInternal, kExpectedLogical);
-}
-
-TEST_F(OptionParser, StructFieldNamesAreDecodedFromUtf8) {
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), structScalar(field("Größe", logicalScalar(true))))), kUnknown,
-        fl::ustring(u"Größe"));
-}
-
-TEST_F(OptionParser, StructWithoutFieldsKeepsDefaults) {
-    expectFlags(parse(ArgList(charRow(u"/x"), structScalar())), {false, false, false});
-}
-
-TEST_F(OptionParser, StructMustBeScalar) {
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(
-            charRow(u"/x"),
-            structArray({1, 2}, {"ResolveSymbolicLinks"},
-                        [] {
-                            std::vector<FieldValues> e;
-                            e.push_back(fields(field("ResolveSymbolicLinks", logicalScalar(true))));
-                            e.push_back(fields(field("ResolveSymbolicLinks", logicalScalar(true))));
-                            return e;
-                        }()))),
-        kScalarStruct);
-    EXPECT_IDENTIFIED_ERROR(parse(ArgList(charRow(u"/x"), structArray({0, 0}, {}, {}))),
-                            kScalarStruct);
-}
-
-TEST_F(OptionParser, StructAmongPairsIsNotExpanded) {
-    // In a name position it is no text; in a value position no logical.
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"),
-                      structScalar(field("ResolveSymbolicLinks", logicalScalar(true))),
-                      logicalScalar(true))),
-        "QUORIN:string:MustBeStringScalarOrCharacterVector");
-    EXPECT_IDENTIFIED_ERROR(
-        parse(ArgList(charRow(u"/x"), charRow(u"ResolveSymbolicLinks"),
-                      structScalar(field("ResolveSymbolicLinks", logicalScalar(true))))),
-        kInternal, kExpectedLogical);
+// Parity first, then pair by pair in order: the name (a text, then a known one), then the
+// value; a struct's fields in the struct's own order.
+TEST_F(OptionParser, ErrorsComeInTheOrderOfTheChecks) {
+    const Make bogus = ch(u"Bogus");
+    const Make rslStruct = st({{"ResolveSymbolicLinks", kYes}});
+    const Make structPair = [] {
+        std::vector<FieldValues> e;
+        for (int i = 0; i < 2; ++i)
+            e.push_back(fields(field("ResolveSymbolicLinks", logicalScalar(true))));
+        return structArray({1, 2}, {"ResolveSymbolicLinks"}, std::move(e));
+    };
+    const fl::ustring withNul(u"ResolveSymbolicLinks\0", 21);  // the name travels as given
+    // clang-format off
+    const std::vector<ErrorRow> rows = {
+        {"lone name", {kPath, kRsl}, kOdd},
+        {"lone double", {kPath, num(1)}, kOdd},
+        {"lone null", {kPath, kNull}, kOdd},
+        {"third unpaired", {kPath, kRsl, kYes, ch(u"LocalPathFromFileScheme")}, kOdd},
+        {"odd before unknown", {kPath, bogus, num(5), num(7)}, kOdd},
+        {"odd before no text", {kPath, num(1), num(5), num(7)}, kOdd},
+        {"lower case", {kPath, ch(u"resolvesymboliclinks"), kYes}, kUnknown, {u"resolvesymboliclinks"}},
+        {"prefix", {kPath, ch(u"Resolve"), kYes}, kUnknown, {u"Resolve"}},
+        {"longer", {kPath, ch(u"ResolveSymbolicLinksX"), kYes}, kUnknown, {u"ResolveSymbolicLinksX"}},
+        {"embedded NUL", {kPath, ch(withNul), kYes}, kUnknown, {withNul}},
+        {"empty name", {kPath, ch(u""), kYes}, kUnknown, {fl::ustring()}},
+        {"double name", {kPath, num(1), kYes}, kNotText},
+        {"missing name", {kPath, [] { return missingString(); }, kYes}, "QUORIN:string:MissingNotSupported"},
+        {"two strings", {kPath, strs({1, 2}, {u"ResolveSymbolicLinks", u"x"}), kYes}, kNotText},
+        {"char matrix", {kPath, kMatrix, kYes}, kNotText},
+        {"cell name", {kPath, cell({kRsl}), kYes}, kNotText},
+        {"struct as name", {kPath, rslStruct, kYes}, kNotText},
+        {"double value", {kPath, kRsl, num(1)}, kInternal, {kLogical}},
+        {"two logicals", {kPath, kRsl, [] { return logicalArray({1, 2}, {true, true}); }}, kInternal, {kLogical}},
+        {"empty logical", {kPath, kRsl, [] { return logicalArray({0, 0}, {}); }}, kInternal, {kLogical}},
+        {"sparse", {kPath, kRsl, [] { return sparse(logicalScalar(true)); }}, kInternal, {kLogical}},
+        {"char true", {kPath, kRsl, ch(u"true")}, kInternal, {kLogical}},
+        {"string true", {kPath, kRsl, str(u"true")}, kInternal, {kLogical}},
+        {"int8", {kPath, kRsl, [] { return numericArray(vqINT8_CLASS, {1, 1}); }}, kInternal, {kLogical}},
+        {"null value", {kPath, kRsl, kNull}, kInternal, {kLogical}},
+        {"struct as value", {kPath, kRsl, rslStruct}, kInternal, {kLogical}},
+        {"bad value, later unknown", {kPath, kRsl, num(5), bogus, kYes}, kInternal, {kLogical}},
+        {"unknown, later bad value", {kPath, bogus, kYes, kRsl, num(5)}, kUnknown, {u"Bogus"}},
+        {"name before its value", {kPath, bogus, num(5)}, kUnknown, {u"Bogus"}},
+        {"struct: first field unknown", {kPath, st({{"Zeta", kYes}, {"ResolveSymbolicLinks", num(2)}})}, kUnknown, {u"Zeta"}},
+        {"struct: first field bad", {kPath, st({{"ResolveSymbolicLinks", num(2)}, {"Zeta", kYes}})}, kInternal, {kLogical}},
+        {"struct: empty field", {kPath, st({{"ResolveSymbolicLinks", kNull}})}, kInternal, {kLogical}},
+        {"struct: UTF-8 name", {kPath, st({{"Größe", kYes}})}, kUnknown, {u"Größe"}},
+        {"struct 1x2", {kPath, structPair}, kNotScalar},
+        {"struct 0x0", {kPath, [] { return structArray({0, 0}, {}, {}); }}, kNotScalar},
+    };
+    // clang-format on
+    for (const ErrorRow& row : rows) {
+        SCOPED_TRACE(row.what);
+        const ArgList args = build(row.args);
+        EXPECT_IDENTIFIED_ERROR(validation::parseResolvePathOptions(args.data(), args.count()),
+                                row.id, row.expected);
+    }
 }
 
 // A table of another built-in, with a required name: the parser is generic.
@@ -227,35 +130,19 @@ void setDryRun(const vqArray* v, Record& r) { r.dryRun = validation::getLogicalS
 TEST_F(OptionParser, RequiredNamesAreCheckedLast) {
     const validation::OptionTable<Record> table(
         {{u"Verbose", &setVerbose}, {u"DryRun", &setDryRun}}, {u"DryRun"});
-    {
-        Record r;
-        const ArgList args(charRow(u"/x"), charRow(u"Verbose"), logicalScalar(true));
-        EXPECT_IDENTIFIED_ERROR(
-            validation::parseOptionArguments(table, args.data(), 1, args.count(), r),
-            "QUORIN:io:common:validation:MissingRequiredArg", fl::ustring(u"DryRun"));
-    }
-    {
-        Record r;
-        const ArgList args(charRow(u"/x"));
-        EXPECT_IDENTIFIED_ERROR(
-            validation::parseOptionArguments(table, args.data(), 1, args.count(), r),
-            "QUORIN:io:common:validation:MissingRequiredArg", fl::ustring(u"DryRun"));
-    }
-    {
-        Record r;
-        const ArgList args(charRow(u"/x"), structScalar(field("DryRun", logicalScalar(true)),
-                                                        field("Verbose", logicalScalar(true))));
-        validation::parseOptionArguments(table, args.data(), 1, args.count(), r);
-        EXPECT_TRUE(r.verbose);
-        EXPECT_TRUE(r.dryRun);
-    }
-}
-
-TEST_F(OptionParser, LogicalScalarReadsItsValue) {
-    const auto t = logicalScalar(true);
-    const auto f = logicalScalar(false);
-    EXPECT_TRUE(validation::getLogicalScalar(t.get()));
-    EXPECT_FALSE(validation::getLogicalScalar(f.get()));
+    Record r;
+    auto parse = [&](const std::vector<Make>& args) {
+        r = Record{};
+        const ArgList list = build(args);
+        validation::parseOptionArguments(table, list.data(), 1, list.count(), r);
+    };
+    const char* kRequired = "QUORIN:io:common:validation:MissingRequiredArg";
+    EXPECT_IDENTIFIED_ERROR(parse({kPath, ch(u"Verbose"), kYes}), kRequired,
+                            fl::ustring(u"DryRun"));
+    EXPECT_IDENTIFIED_ERROR(parse({kPath}), kRequired, fl::ustring(u"DryRun"));
+    parse({kPath, st({{"DryRun", kYes}, {"Verbose", kYes}})});
+    EXPECT_TRUE(r.verbose);
+    EXPECT_TRUE(r.dryRun);
 }
 
 }  // namespace
