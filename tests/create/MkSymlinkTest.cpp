@@ -35,40 +35,37 @@ protected:
     TempTree tree;
 };
 
-TEST_F(MkSymlink, LinksToAFileAndAFolder) {
+// Targets are checked from the current folder and stored as typed, so a relative one is
+// read from the link's own folder; a relative link is made in the current folder; missing
+// parents are made.
+TEST_F(MkSymlink, MakesLinksStoringTheTargetAsTyped) {
     tree.makeFile("data/raw/measurements.csv", "a,b\n");
-    mkSymlink(ArgList(charRow(tree.upath("latest.csv")),
-                      charRow(tree.upath("data/raw/measurements.csv"))));
-    EXPECT_EQ(linkText(tree.path("latest.csv")), tree.path("data/raw/measurements.csv").native());
-
-    mkSymlink(ArgList(stringScalar(tree.upath("raw")), stringScalar(tree.upath("data/raw"))));
-    EXPECT_TRUE(fs::is_regular_file(tree.path("raw/measurements.csv")));
-}
-
-TEST_F(MkSymlink, RelativeTargetIsStoredAsTyped) {
     tree.makeFile("data/summary.parquet", "PAR1");
     tree.makeFolder("views");
-    // The target is checked from the current folder and stored unchanged, so the link
-    // reads it from its own folder.
     InFolder here(tree.path("views"));
-    mkSymlink(ArgList(charRow(tree.upath("views/summary")), charRow(u"../data/summary.parquet")));
-    EXPECT_EQ(linkText(tree.path("views/summary")), "../data/summary.parquet");
+    struct Row {
+        fl::ustring link;
+        fl::ustring target;
+        const char* made;
+    };
+    const std::vector<Row> rows = {
+        {tree.upath("latest.csv"), tree.upath("data/raw/measurements.csv"), "latest.csv"},
+        {tree.upath("raw"), tree.upath("data/raw"), "raw"},
+        {u"short", tree.upath("data/summary.parquet"), "views/short"},
+        {tree.upath("shortcuts/2024/raw-data"), tree.upath("data/raw"), "shortcuts/2024/raw-data"},
+        {tree.upath("views/summary"), u"../data/summary.parquet", "views/summary"},
+        {tree.upath("links/data"), fileIRI(tree.path("data/summary.parquet")), "links/data"},
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const Row& row = rows[i];
+        SCOPED_TRACE(row.made);
+        // Both text forms are read.
+        mkSymlink(i % 2 == 0 ? ArgList(charRow(row.link), charRow(row.target))
+                             : ArgList(stringScalar(row.link), stringScalar(row.target)));
+        EXPECT_EQ(linkText(tree.path(row.made)), u8(row.target));
+    }
+    EXPECT_TRUE(fs::is_regular_file(tree.path("raw/measurements.csv")));
     EXPECT_TRUE(fs::is_regular_file(tree.path("views/summary")));
-}
-
-TEST_F(MkSymlink, RelativeLinkIsMadeInTheCurrentFolder) {
-    tree.makeFile("target.txt");
-    InFolder here(tree.root());
-    mkSymlink(ArgList(charRow(u"short"), charRow(tree.upath("target.txt"))));
-    EXPECT_EQ(linkText(tree.path("short")), tree.path("target.txt").native());
-}
-
-TEST_F(MkSymlink, MissingParentsAreCreated) {
-    tree.makeFolder("data/raw");
-    mkSymlink(
-        ArgList(charRow(tree.upath("shortcuts/2024/raw-data")), charRow(tree.upath("data/raw"))));
-    EXPECT_TRUE(fs::is_directory(tree.path("shortcuts/2024")));
-    EXPECT_EQ(linkText(tree.path("shortcuts/2024/raw-data")), tree.path("data/raw").native());
 }
 
 TEST_F(MkSymlink, MissingTargetWinsOverAnExistingLink) {
@@ -91,34 +88,29 @@ TEST_F(MkSymlink, MissingTargetWinsOverAnExistingLink) {
     EXPECT_EQ(before.size() + 1, tree.snapshot().size());
 }
 
+// A link at the link path, dangling or not, is kept unless the rule says overwrite.
 TEST_F(MkSymlink, ExistingLinkIsKeptUnlessOverwritten) {
     tree.makeFile("old.txt");
     tree.makeFile("new.txt");
     tree.makeLink("old.txt", "current");
-    const fl::ustring link = tree.upath("current");
-    const fl::ustring target = tree.upath("new.txt");
-
-    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(charRow(link), charRow(target))), kFileExists, link);
-    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(charRow(link), charRow(target),
-                                              charRow(u"ReplacementRule"), charRow(u"preserve"))),
-                            kFileExists, link);
-    EXPECT_EQ(linkText(tree.path("current")), "old.txt");
-
-    // Unambiguous prefixes are completed before the value is compared.
-    mkSymlink(
-        ArgList(charRow(link), charRow(target), stringScalar(u"repl"), stringScalar(u"OVER")));
-    EXPECT_EQ(linkText(tree.path("current")), tree.path("new.txt").native());
-}
-
-TEST_F(MkSymlink, DanglingLinkAtTheLinkPathCountsAsALink) {
-    tree.makeFile("target.txt");
     tree.makeLink("vanished.txt", "stale");
-    const fl::ustring link = tree.upath("stale");
-    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(charRow(link), charRow(tree.upath("target.txt")))),
-                            kFileExists, link);
-    mkSymlink(ArgList(charRow(link), charRow(tree.upath("target.txt")), charRow(u"ReplacementRule"),
-                      charRow(u"overwrite")));
-    EXPECT_EQ(linkText(tree.path("stale")), tree.path("target.txt").native());
+    const fl::ustring target = tree.upath("new.txt");
+    for (const auto& [name, stored] :
+         {std::pair{"current", "old.txt"}, {"stale", "vanished.txt"}}) {
+        SCOPED_TRACE(name);
+        const fl::ustring link = tree.upath(name);
+        EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(charRow(link), charRow(target))), kFileExists,
+                                link);
+        EXPECT_IDENTIFIED_ERROR(
+            mkSymlink(ArgList(charRow(link), charRow(target), charRow(u"ReplacementRule"),
+                              charRow(u"preserve"))),
+            kFileExists, link);
+        EXPECT_EQ(linkText(tree.path(name)), stored);
+        // Unambiguous prefixes are completed before the value is compared.
+        mkSymlink(
+            ArgList(charRow(link), charRow(target), stringScalar(u"repl"), stringScalar(u"OVER")));
+        EXPECT_EQ(linkText(tree.path(name)), tree.path("new.txt").native());
+    }
 }
 
 TEST_F(MkSymlink, RegularFileAtTheLinkPathIsNeverReplaced) {
@@ -170,13 +162,6 @@ TEST_F(MkSymlink, OtherSchemesAreRefused) {
     foundation::storage::provider::resetMemStorage();
 }
 
-TEST_F(MkSymlink, FileURLTargetIsStoredAsTyped) {
-    tree.makeFile("data.csv");
-    const fl::ustring target = fileIRI(tree.path("data.csv"));
-    mkSymlink(ArgList(charRow(tree.upath("links/data")), charRow(target)));
-    EXPECT_EQ(linkText(tree.path("links/data")), u8(target));
-}
-
 TEST_F(MkSymlink, LinkNamedByAURLMustAlreadyResolve) {
     // A URL link is taken in its resolved form, which a name not yet there lacks: the
     // empty IRI is refused as an invalid name, reported under the target.
@@ -197,7 +182,7 @@ TEST_F(MkSymlink, LinkNamedByAURLMustAlreadyResolve) {
     EXPECT_EQ(linkText(tree.path("existing")), "data.csv");
 }
 
-TEST_F(MkSymlink, NameWithoutValueIsNamed) {
+TEST_F(MkSymlink, ArgumentErrorsNameTheirArgument) {
     tree.makeFile("t.txt");
     EXPECT_IDENTIFIED_ERROR(
         mkSymlink(ArgList(charRow(tree.upath("l")), charRow(tree.upath("t.txt")),
@@ -211,22 +196,11 @@ TEST_F(MkSymlink, NameWithoutValueIsNamed) {
         mkSymlink(ArgList(charRow(tree.upath("l")), charRow(tree.upath("t.txt")),
                           charRow(u"ReplacementRule"), charRow(u"sometimes"))),
         "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", u"sometimes");
-    EXPECT_FALSE(isLinkAt(tree.path("l")));
-}
-
-TEST_F(MkSymlink, CountsAndTextArguments) {
-    OutputSlots out;
-    ArgList bad(doubleScalar(1), doubleScalar(2));
-    // Any result asked for fails before the arguments are looked at.
-    EXPECT_IDENTIFIED_ERROR(mkSymlinkFcn(1, out.data(), bad.count(), bad.data()),
-                            "QUORIN:TooManyOutputs");
-    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(doubleScalar(1))), "QUORIN:NotEnoughInputs");
-    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(doubleScalar(1), doubleScalar(1), doubleScalar(1),
-                                              doubleScalar(1), doubleScalar(1))),
-                            "QUORIN:TooManyInputs");
-    EXPECT_IDENTIFIED_ERROR(mkSymlink(bad), "QUORIN:string:MustBeStringScalarOrCharacterVector");
+    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(doubleScalar(1), doubleScalar(2))),
+                            "QUORIN:string:MustBeStringScalarOrCharacterVector");
     EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(charRow(tree.upath("l")), missingString())),
                             "QUORIN:string:MissingNotSupported");
+    EXPECT_FALSE(isLinkAt(tree.path("l")));
 }
 
 TEST_F(MkSymlink, ReadOnlyFolderIsPermissionDenied) {
