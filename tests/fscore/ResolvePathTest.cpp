@@ -18,44 +18,30 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace core = quorin::io::filesystem::core;
 namespace vfs = foundation::storage::vfs;
-namespace PathType = core::PathType;
+using core::ResolveSymbolicLinks;
+using namespace core::PathType;
 
 namespace {
 
-core::ResolvePathOptions resolving() {
-    core::ResolvePathOptions o;
-    o.ResolveSymbolicLinks = true;
-    return o;
+core::ResolvePathOptions options(bool follow, bool localFromFile = false, bool cased = false) {
+    return {follow, localFromFile, cased};
+}
+const core::ResolvePathOptions off = options(false), follow = options(true);
+
+std::string describe(const fl::ustring& input, const core::ResolvePathOptions& o) {
+    return fl::i18n::to_utf8(input) + " follow=" + std::to_string(o.ResolveSymbolicLinks) +
+           " local=" + std::to_string(o.LocalPathFromFileScheme) +
+           " cased=" + std::to_string(o.CaseCorrectAndResolveOnWindows);
 }
 
-core::ResolvePathOptions localFromFile() {
-    core::ResolvePathOptions o;
-    o.LocalPathFromFileScheme = true;
-    return o;
-}
-
-// Runs a block with the current folder changed, and changes it back.
-class CurrentFolder {
-public:
-    explicit CurrentFolder(const std::filesystem::path& p)
-        : saved_(std::filesystem::current_path()) {
-        std::filesystem::current_path(p);
-    }
-    ~CurrentFolder() { std::filesystem::current_path(saved_); }
-    CurrentFolder(const CurrentFolder&) = delete;
-    CurrentFolder& operator=(const CurrentFolder&) = delete;
-
-private:
-    std::filesystem::path saved_;
-};
-
+// Every test runs from the tree's root, so relative inputs are read from there.
 class ResolvePath : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -66,102 +52,71 @@ protected:
         tree.makeLink("missing", "dir/dangling");
         tree.makeLink("loopB", "dir/loopA");
         tree.makeLink("loopA", "dir/loopB");
+        std::filesystem::current_path(tree.root());
     }
+    void TearDown() override { std::filesystem::current_path(saved); }
+    [[nodiscard]] fl::ustring at(const char* name) const { return tree.upath(name); }
+    [[nodiscard]] fl::ustring file(const char* name) const {
+        return vfs::toAbsoluteIRI(u"file", tree.upath(name)).toString();
+    }
+
+    const std::filesystem::path saved = std::filesystem::current_path();
     zkfs::test::TempTree tree;
 };
 
-void expectResult(const core::ResolvePathResult& r, const fl::ustring& path, std::int32_t type) {
-    EXPECT_EQ(r.path, path);
-    EXPECT_EQ(r.type, type);
-}
-
 }  // namespace
 
-TEST_F(ResolvePath, FilesFoldersAndLinksWithoutResolving) {
-    const core::ResolvePathOptions off;
-    expectResult(core::resolvePath(tree.upath("dir/f.txt"), off), tree.upath("dir/f.txt"),
-                 PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/sub"), off), tree.upath("dir/sub"),
-                 PathType::Folder);
-    expectResult(core::resolvePath(tree.upath("dir/linkToFile"), off), tree.upath("dir/linkToFile"),
-                 PathType::SymbolicLink);
-    expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), off),
-                 tree.upath("dir/linkToFolder"), PathType::SymbolicLink);
-}
-
-TEST_F(ResolvePath, ResolvingLinksGivesTheCanonicalTarget) {
-    expectResult(core::resolvePath(tree.upath("dir/linkToFile"), resolving()),
-                 tree.upath("dir/f.txt"), PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/linkToFolder"), resolving()),
-                 tree.upath("dir/sub"), PathType::Folder);
-    // ".." without links, and names that only look like it.
-    tree.makeFile("dir/..x", "x");
-    expectResult(core::resolvePath(tree.upath("dir/sub/../f.txt"), resolving()),
-                 tree.upath("dir/f.txt"), PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/sub/../..x"), resolving()),
-                 tree.upath("dir/..x"), PathType::File);
-    expectResult(core::resolvePath(tree.upath("dir/..x"), resolving()), tree.upath("dir/..x"),
-                 PathType::File);
-    // The kernel's own mark for a removed file must not be mistaken for one.
-    tree.makeFile("dir/x (deleted)", "x");
-    expectResult(core::resolvePath(tree.upath("dir/x (deleted)"), resolving()),
-                 tree.upath("dir/x (deleted)"), PathType::File);
-    // A link inside the path, not only at its end.
-    expectResult(core::resolvePath(tree.upath("dir/linkToFolder/../f.txt"), resolving()),
-                 tree.upath("dir/f.txt"), PathType::File);
-}
-
-TEST_F(ResolvePath, NothingThereIsTypeNoneWithAnEmptyText) {
-    for (const bool resolve : {false, true}) {
-        core::ResolvePathOptions o;
-        o.ResolveSymbolicLinks = resolve;
-        for (const char* name :
-             {"dir/missing", "dir/dangling", "dir/loopA", "dir/f.txt/below", ""}) {
-            SCOPED_TRACE(std::string(name) + (resolve ? " resolving" : ""));
-            const fl::ustring path = *name == '\0' ? fl::ustring() : tree.upath(name);
-            expectResult(core::resolvePath(path, o), u"", PathType::None);
-        }
+TEST_F(ResolvePath, WhatAPathNamesPerOption) {
+    tree.makeFile("dir/..x");
+    tree.makeFile("dir/x (deleted)");
+    tree.makeFile("dir/a b#c.txt");
+    tree.makeFile("dir/\xff\xfe-name.txt");
+    ASSERT_NE(file("dir/a b#c.txt").find(u"%20"), fl::ustring::npos);
+    struct Row {
+        fl::ustring input;
+        core::ResolvePathOptions options;
+        fl::ustring path;
+        std::int32_t type;
+    };
+    std::vector<Row> rows = {
+        {at("dir/f.txt"), off, at("dir/f.txt"), File},
+        {at("dir/sub"), off, at("dir/sub"), Folder},
+        {at("dir/linkToFile"), off, at("dir/linkToFile"), SymbolicLink},
+        {at("dir/linkToFolder"), off, at("dir/linkToFolder"), SymbolicLink},
+        // Resolving gives the canonical target, for a link anywhere on the path.
+        {at("dir/linkToFile"), follow, at("dir/f.txt"), File},
+        {at("dir/linkToFolder"), follow, at("dir/sub"), Folder},
+        {at("dir/sub/../f.txt"), follow, at("dir/f.txt"), File},
+        {at("dir/linkToFolder/../f.txt"), follow, at("dir/f.txt"), File},
+        // Names that only look like "..", or like the kernel's mark for a removed file.
+        {at("dir/sub/../..x"), follow, at("dir/..x"), File},
+        {at("dir/..x"), follow, at("dir/..x"), File},
+        {at("dir/x (deleted)"), follow, at("dir/x (deleted)"), File},
+        {at("dir/\xff\xfe-name.txt"), follow, at("dir/\xff\xfe-name.txt"), File},
+        // Relative paths are made absolute and cleaned; ".." stays, it may follow a link.
+        {u"./dir/f.txt", off, at("dir/f.txt"), File},
+        {u"dir/sub//./", off, at("dir/sub"), Folder},
+        {u"dir/linkToFolder/../f.txt", off, at("dir/linkToFolder/../f.txt"), File},
+        {u"dir/linkToFile", follow, at("dir/f.txt"), File},
+        // Names are exact here: case correction changes nothing.
+        {at("dir/linkToFile"), options(false, false, true), at("dir/linkToFile"), SymbolicLink},
+        {at("DIR/f.txt"), options(false, false, true), u"", None},
+        // file: IRIs answer as IRIs, or as local paths on request.
+        {file("dir/a b#c.txt"), off, file("dir/a b#c.txt"), File},
+        {file("dir/a b#c.txt"), options(false, true), at("dir/a b#c.txt"), File},
+        {file("dir/linkToFile"), options(false, true), at("dir/linkToFile"), SymbolicLink},
+        {file("dir/linkToFile"), options(true, true), at("dir/f.txt"), File},
+        {file("dir/linkToFile"), follow, file("dir/f.txt"), File},
+        {file("dir/nope"), off, u"", None},
+    };
+    for (const char* name : {"dir/missing", "dir/dangling", "dir/loopA", "dir/f.txt/below", ""})
+        for (const auto& o : {off, follow}) rows.push_back({*name ? at(name) : u"", o, u"", None});
+    for (const Row& r : rows) {
+        SCOPED_TRACE(describe(r.input, r.options));
+        const core::ResolvePathResult result = core::resolvePath(r.input, r.options);
+        EXPECT_EQ(result.path, r.path);
+        EXPECT_EQ(result.type, r.type);
     }
-}
-
-TEST_F(ResolvePath, LocalPathsAreMadeAbsoluteAndCleanedButKeepDotDot) {
-    const CurrentFolder here(tree.path("dir"));
-    expectResult(core::resolvePath(u"./f.txt", {}), tree.upath("dir/f.txt"), PathType::File);
-    expectResult(core::resolvePath(u"sub//./", {}), tree.upath("dir/sub"), PathType::Folder);
-    // ".." through a link names the link target's parent; it must not be dropped lexically.
-    expectResult(core::resolvePath(u"linkToFolder/../f.txt", {}),
-                 tree.upath("dir/linkToFolder/../f.txt"), PathType::File);
-    expectResult(core::resolvePath(u"linkToFile", resolving()), tree.upath("dir/f.txt"),
-                 PathType::File);
-}
-
-TEST_F(ResolvePath, CaseCorrectionChangesNothingHere) {
-    core::ResolvePathOptions o;
-    o.CaseCorrectAndResolveOnWindows = true;
-    expectResult(core::resolvePath(tree.upath("dir/linkToFile"), o), tree.upath("dir/linkToFile"),
-                 PathType::SymbolicLink);
-    expectResult(core::resolvePath(tree.upath("DIR/f.txt"), o), u"", PathType::None);
-}
-
-TEST_F(ResolvePath, FileIRIsAnswerAsIRIsOrLocalPaths) {
-    tree.makeFile("dir/a b#c.txt", "x");
-    const fl::ustring iri = vfs::toAbsoluteIRI(u"file", tree.upath("dir/a b#c.txt")).toString();
-    ASSERT_NE(iri.find(u"%20"), fl::ustring::npos);
-    expectResult(core::resolvePath(iri, {}), iri, PathType::File);
-    expectResult(core::resolvePath(iri, localFromFile()), tree.upath("dir/a b#c.txt"),
-                 PathType::File);
-
-    const fl::ustring link = vfs::toAbsoluteIRI(u"file", tree.upath("dir/linkToFile")).toString();
-    expectResult(core::resolvePath(link, localFromFile()), tree.upath("dir/linkToFile"),
-                 PathType::SymbolicLink);
-    core::ResolvePathOptions both = resolving();
-    both.LocalPathFromFileScheme = true;
-    expectResult(core::resolvePath(link, both), tree.upath("dir/f.txt"), PathType::File);
-    expectResult(core::resolvePath(link, resolving()),
-                 vfs::toAbsoluteIRI(u"file", tree.upath("dir/f.txt")).toString(), PathType::File);
-
-    const fl::ustring missing = vfs::toAbsoluteIRI(u"file", tree.upath("dir/nope")).toString();
-    expectResult(core::resolvePath(missing, {}), u"", PathType::None);
 }
 
 TEST_F(ResolvePath, UnsupportedSchemesAndBadIRIsThrowStorageExceptions) {
@@ -177,66 +132,47 @@ TEST_F(ResolvePath, OtherSchemesGoThroughTheirProvider) {
     const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
     vfs::Folder(vfs::AbsoluteIRI(u"mem://root/data"), storage).createFolderRecursive();
     vfs::File(vfs::AbsoluteIRI(u"mem://root/data/x.csv"), storage).createFile();
-
-    expectResult(core::resolvePath(u"mem://root/data", {}), u"mem://root/data", PathType::Folder);
-    expectResult(core::resolvePath(u"mem://root/data/x.csv", {}), u"mem://root/data/x.csv",
-                 PathType::File);
-    expectResult(core::resolvePath(u"mem://root/data/none", {}), u"", PathType::None);
-    const auto withAttributes = core::resolvePathWithAttributes(u"mem://root/data/x.csv", {});
-    EXPECT_EQ(withAttributes.type, PathType::File);
-    EXPECT_TRUE(withAttributes.readable);
-    EXPECT_TRUE(withAttributes.writable);
-    EXPECT_EQ(withAttributes.size, 0);
-    EXPECT_FALSE(withAttributes.lastModified.is_special());
+    EXPECT_EQ(core::resolvePath(u"mem://root/data/none", {}).type, None);
+    EXPECT_EQ(core::resolvePath(u"mem://root/data/none", {}).path, u"");
+    const auto x = core::resolvePathWithAttributes(u"mem://root/data/x.csv", {});
+    EXPECT_EQ(x.path, u"mem://root/data/x.csv");
+    EXPECT_EQ(x.type, File);
+    EXPECT_TRUE(x.readable && x.writable);
+    EXPECT_EQ(x.size, 0);
+    EXPECT_FALSE(x.lastModified.is_special());
     const auto folder = core::resolvePathWithAttributes(u"mem://root/data", {});
-    EXPECT_EQ(folder.type, PathType::Folder);
+    EXPECT_EQ(folder.path, u"mem://root/data");
+    EXPECT_EQ(folder.type, Folder);
     EXPECT_EQ(folder.size, 0);
     EXPECT_TRUE(folder.readable);
     foundation::storage::provider::resetMemStorage();
 }
 
-TEST_F(ResolvePath, NamesThatAreNotUtf8SurviveTheRoundTrip) {
-    const std::string bytes = tree.root().string() + "/dir/\xff\xfe-name.txt";
-    const int fd = ::open(bytes.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0) << std::strerror(errno);
-    ::close(fd);
-    const fl::ustring path = fl::i18n::to_ustring(bytes);
-    const core::ResolvePathResult r = core::resolvePath(path, resolving());
-    EXPECT_EQ(r.type, PathType::File);
-    EXPECT_EQ(fl::i18n::to_utf8(r.path), bytes);
-}
-
-TEST_F(ResolvePath, AttributesOfFilesFoldersAndNothing) {
+TEST_F(ResolvePath, AttributesOfFilesFoldersLinksAndNothing) {
     tree.makeFile("dir/five", "12345");
     // 2001-02-03 04:05:06.789123456 UTC; microseconds are kept, the rest truncated.
     const struct timespec times[2] = {{981173106, 789123456}, {981173106, 789123456}};
     ASSERT_EQ(::utimensat(AT_FDCWD, tree.path("dir/five").c_str(), times, 0), 0);
-
-    const auto file = core::resolvePathWithAttributes(tree.upath("dir/five"), {});
-    EXPECT_EQ(file.path, tree.upath("dir/five"));
-    EXPECT_EQ(file.type, PathType::File);
-    EXPECT_TRUE(file.readable);
-    EXPECT_TRUE(file.writable);
-    EXPECT_EQ(file.size, 5);
-    EXPECT_EQ(boost::posix_time::to_iso_extended_string(file.lastModified),
+    const auto five = core::resolvePathWithAttributes(at("dir/five"), {});
+    EXPECT_EQ(five.path, at("dir/five"));
+    EXPECT_EQ(five.type, File);
+    EXPECT_TRUE(five.readable && five.writable);
+    EXPECT_EQ(five.size, 5);
+    EXPECT_EQ(boost::posix_time::to_iso_extended_string(five.lastModified),
               "2001-02-03T04:05:06.789123");
-
-    const auto folder = core::resolvePathWithAttributes(tree.upath("dir/sub"), {});
-    EXPECT_EQ(folder.type, PathType::Folder);
-    EXPECT_EQ(folder.size, 0);
-
+    const auto sub = core::resolvePathWithAttributes(at("dir/sub"), {});
+    EXPECT_EQ(sub.type, Folder);
+    EXPECT_EQ(sub.size, 0);
     // Attributes follow the link, as an open of it would.
-    const auto link = core::resolvePathWithAttributes(tree.upath("dir/linkToFile"), {});
-    EXPECT_EQ(link.type, PathType::SymbolicLink);
+    const auto link = core::resolvePathWithAttributes(at("dir/linkToFile"), {});
+    EXPECT_EQ(link.type, SymbolicLink);
     EXPECT_EQ(link.size, 5 /* "hello" */);
-
     for (const char* name : {"dir/missing", "dir/dangling"}) {
         SCOPED_TRACE(name);
-        const auto nothing = core::resolvePathWithAttributes(tree.upath(name), {});
+        const auto nothing = core::resolvePathWithAttributes(at(name), {});
         EXPECT_EQ(nothing.path, u"");
-        EXPECT_EQ(nothing.type, PathType::None);
-        EXPECT_FALSE(nothing.readable);
-        EXPECT_FALSE(nothing.writable);
+        EXPECT_EQ(nothing.type, None);
+        EXPECT_FALSE(nothing.readable || nothing.writable);
         EXPECT_TRUE(nothing.lastModified.is_not_a_date_time());
         EXPECT_EQ(nothing.size, 0);
     }
@@ -250,29 +186,25 @@ TEST_F(ResolvePath, ReadableAndWritableAreThoseOfTheCaller) {
     const auto ids = zkfs::test::unprivilegedIds();
     tree.handTo(ids.uid, ids.gid);
     tree.makeLink("readonly", "dir/linkToReadonly");
-    const fl::ustring readonly = tree.upath("dir/readonly");
-    const fl::ustring writeonly = tree.upath("dir/writeonly");
-    const fl::ustring link = tree.upath("dir/linkToReadonly");
-    const fl::ustring folder = tree.upath("dir");
+    struct Row {
+        fl::ustring path;
+        bool readable, writable;
+    };
+    const Row rows[] = {
+        {at("dir/readonly"), true, false},
+        {at("dir/writeonly"), false, true},
+        // A link answers for its target, not for itself (links are always 0777).
+        {at("dir/linkToReadonly"), true, false},
+        {at("dir"), true, true},
+    };
     zkfs::test::runUnprivileged([&] {
-        for (const bool resolve : {false, true}) {
-            SCOPED_TRACE(resolve ? "resolving" : "not resolving");
-            core::ResolvePathOptions o;
-            o.ResolveSymbolicLinks = resolve;
-            const auto r = core::resolvePathWithAttributes(readonly, o);
-            EXPECT_TRUE(r.readable);
-            EXPECT_FALSE(r.writable);
-            const auto w = core::resolvePathWithAttributes(writeonly, o);
-            EXPECT_FALSE(w.readable);
-            EXPECT_TRUE(w.writable);
-            // A link answers for its target, not for itself (links are always 0777).
-            const auto l = core::resolvePathWithAttributes(link, o);
-            EXPECT_TRUE(l.readable);
-            EXPECT_FALSE(l.writable);
-            const auto d = core::resolvePathWithAttributes(folder, o);
-            EXPECT_TRUE(d.readable);
-            EXPECT_TRUE(d.writable);
-        }
+        for (const Row& r : rows)
+            for (const auto& o : {off, follow}) {
+                SCOPED_TRACE(describe(r.path, o));
+                const auto a = core::resolvePathWithAttributes(r.path, o);
+                EXPECT_EQ(a.readable, r.readable);
+                EXPECT_EQ(a.writable, r.writable);
+            }
     });
 }
 
@@ -281,7 +213,7 @@ TEST_F(ResolvePath, AFolderThatCannotBeSearchedIsPermissionDenied) {
     const auto ids = zkfs::test::unprivilegedIds();
     tree.handTo(ids.uid, ids.gid);
     tree.setMode("locked", 0);
-    const fl::ustring inside = tree.upath("locked/inside");
+    const fl::ustring inside = at("locked/inside");
     zkfs::test::runUnprivileged([&] {
         try {
             (void)core::resolvePath(inside, {});
@@ -304,12 +236,10 @@ int failStatWithEIO(const char* operation, const std::string& path) {
 
 TEST_F(ResolvePath, OtherSystemFailuresAreCode5WithTheSystemText) {
     const auto previous = core::posix::setFaultHook(&failStatWithEIO);
-    for (const bool resolve : {false, true}) {
-        SCOPED_TRACE(resolve ? "resolving" : "not resolving");
-        core::ResolvePathOptions o;
-        o.ResolveSymbolicLinks = resolve;
+    for (const auto& o : {off, follow}) {
+        SCOPED_TRACE(describe(u"", o));
         try {
-            (void)core::resolvePath(tree.upath("dir/f.txt"), o);
+            (void)core::resolvePath(at("dir/f.txt"), o);
             ADD_FAILURE() << "no exception";
         } catch (const vfs::Exception& e) {
             EXPECT_EQ(e.getErrorCode(), vfs::Exception::OtherIOError);
@@ -317,64 +247,54 @@ TEST_F(ResolvePath, OtherSystemFailuresAreCode5WithTheSystemText) {
         }
     }
     // Other paths are untouched by the fault.
-    EXPECT_EQ(core::resolvePath(tree.upath("dir/sub"), {}).type, PathType::Folder);
+    EXPECT_EQ(core::resolvePath(at("dir/sub"), {}).type, Folder);
     core::posix::setFaultHook(previous);
 }
 
-TEST_F(ResolvePath, SetupForURLConstructionLeavesIRIsAndEmptyTextAlone) {
-    fl::ustring iri = u"https://example.com/a%20b";
-    EXPECT_TRUE(
-        core::setupPathForURLConstruction(iri, core::ResolveSymbolicLinks::AllButLast, false));
-    EXPECT_EQ(iri, u"https://example.com/a%20b");
-    fl::ustring empty;
-    EXPECT_FALSE(core::setupPathForURLConstruction(empty, core::ResolveSymbolicLinks{2}, false));
-    EXPECT_EQ(empty, u"");
-}
-
 TEST_F(ResolvePath, SetupForURLConstructionResolvesLinksByMode) {
-    const CurrentFolder here(tree.root());
     struct Row {
-        const char* input;
-        core::ResolveSymbolicLinks mode;
-        const char* expected;  // under the root
+        fl::ustring input;
+        ResolveSymbolicLinks mode;
+        fl::ustring expected;
+        bool isIri;
     };
     const Row rows[] = {
-        {"dir/./linkToFolder//new/x.txt", core::ResolveSymbolicLinks::None,
-         "dir/linkToFolder/new/x.txt"},
-        {"dir/linkToFolder/new/x.txt", core::ResolveSymbolicLinks::AllButLast, "dir/sub/new/x.txt"},
-        {"dir/linkToFolder/new/x.txt", core::ResolveSymbolicLinks::All, "dir/sub/new/x.txt"},
+        {u"https://example.com/a%20b", ResolveSymbolicLinks::AllButLast,
+         u"https://example.com/a%20b", true},
+        {u"", ResolveSymbolicLinks::AllButLast, u"", false},
+        {u"/", ResolveSymbolicLinks::AllButLast, u"/", false},
+        {u"dir/./linkToFolder//new/x.txt", ResolveSymbolicLinks::None,
+         at("dir/linkToFolder/new/x.txt"), false},
+        {u"dir/linkToFolder/new/x.txt", ResolveSymbolicLinks::AllButLast, at("dir/sub/new/x.txt"),
+         false},
+        {u"dir/linkToFolder/new/x.txt", ResolveSymbolicLinks::All, at("dir/sub/new/x.txt"), false},
         // The last component is the link itself in mode 2, its target in mode 1.
-        {"dir/linkToFile", core::ResolveSymbolicLinks::AllButLast, "dir/linkToFile"},
-        {"dir/linkToFile", core::ResolveSymbolicLinks::All, "dir/f.txt"},
-        {"dir/linkToFolder/f", core::ResolveSymbolicLinks::AllButLast, "dir/sub/f"},
-        {"dir/dangling", core::ResolveSymbolicLinks::AllButLast, "dir/dangling"},
-        {"dir/f.txt/below", core::ResolveSymbolicLinks::All, "dir/f.txt/below"},
+        {u"dir/linkToFile", ResolveSymbolicLinks::AllButLast, at("dir/linkToFile"), false},
+        {u"dir/linkToFile", ResolveSymbolicLinks::All, at("dir/f.txt"), false},
+        {u"dir/linkToFolder/f", ResolveSymbolicLinks::AllButLast, at("dir/sub/f"), false},
+        {u"dir/dangling", ResolveSymbolicLinks::AllButLast, at("dir/dangling"), false},
+        {u"dir/f.txt/below", ResolveSymbolicLinks::All, at("dir/f.txt/below"), false},
     };
     for (const Row& r : rows) {
-        SCOPED_TRACE(std::string(r.input) + " mode " + std::to_string(static_cast<int>(r.mode)));
-        fl::ustring path = fl::i18n::to_ustring(r.input);
-        EXPECT_FALSE(core::setupPathForURLConstruction(path, r.mode, false));
-        EXPECT_EQ(path, tree.upath(r.expected));
+        SCOPED_TRACE(fl::i18n::to_utf8(r.input) + " mode " +
+                     std::to_string(static_cast<int>(r.mode)));
+        fl::ustring path = r.input;
+        EXPECT_EQ(core::setupPathForURLConstruction(path, r.mode, false), r.isIri);
+        EXPECT_EQ(path, r.expected);
     }
-    fl::ustring root = u"/";
-    EXPECT_FALSE(
-        core::setupPathForURLConstruction(root, core::ResolveSymbolicLinks::AllButLast, false));
-    EXPECT_EQ(root, u"/");
 }
 
 TEST_F(ResolvePath, SetupForURLConstructionCanRequireExistence) {
-    fl::ustring missing = tree.upath("dir/none/x");
-    const fl::ustring before = missing;
+    fl::ustring missing = at("dir/none/x");
     try {
-        (void)core::setupPathForURLConstruction(missing, core::ResolveSymbolicLinks::AllButLast,
-                                                true);
+        (void)core::setupPathForURLConstruction(missing, ResolveSymbolicLinks::AllButLast, true);
         ADD_FAILURE() << "no exception";
     } catch (const vfs::Exception& e) {
         EXPECT_EQ(e.getErrorCode(), vfs::Exception::NotFound);
     }
-    EXPECT_EQ(missing, before);
+    EXPECT_EQ(missing, at("dir/none/x"));
     // A dangling link is there: its name exists.
-    fl::ustring dangling = tree.upath("dir/dangling");
+    fl::ustring dangling = at("dir/dangling");
     EXPECT_FALSE(
-        core::setupPathForURLConstruction(dangling, core::ResolveSymbolicLinks::AllButLast, true));
+        core::setupPathForURLConstruction(dangling, ResolveSymbolicLinks::AllButLast, true));
 }
