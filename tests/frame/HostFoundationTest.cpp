@@ -1,13 +1,14 @@
 // The parts of the bundled host the frame stands on: dimensions, string payloads, the
 // scalar-text test and the UTF-8 round trip.
-#include <string>
-
-#include <gtest/gtest.h>
+#include "zkfs/test/Arrays.hpp"
+#include "zkfs/test/LiveArrays.hpp"
 
 #include "Hexfarrow/String/String.hpp"
 #include "fl/i18n/unicode.hpp"
-#include "zkfs/test/Arrays.hpp"
-#include "zkfs/test/LiveArrays.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
 
 namespace {
 
@@ -37,11 +38,9 @@ TEST_F(HostFoundation, StringPayloadAgreesWithItsArray) {
             EXPECT_EQ(hs::getString(reshaped.get()).dims(), dimsOf(reshaped.get()));
         }
     }
-}
-
-TEST_F(HostFoundation, NewStringElementsAreEmptyNotMissing) {
-    const auto a = hs::createStringArray(2, 2);
-    EXPECT_EQ(stringsOf(a.get()), (std::vector<StringElement>(4, fl::ustring())));
+    // New elements are empty, not missing.
+    EXPECT_EQ(stringsOf(hs::createStringArray(2, 2).get()),
+              (std::vector<StringElement>(4, fl::ustring())));
 }
 
 TEST_F(HostFoundation, ScalarTextTest) {
@@ -75,11 +74,13 @@ TEST_F(HostFoundation, ScalarTextTest) {
 }
 
 TEST(Unicode, RoundTripKeepsBytesThatAreNotUtf8) {
+    // clang-format off
     const std::string samples[] = {
         "plain", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80",   // valid 2-, 3- and 4-byte forms
         "\xff\xfe", "a\x80z", "\xc0\xaf",                  // stray bytes, an overlong '/'
         "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe2\x82",    // a surrogate, above U+10FFFF, cut short
         std::string("nul\0in", 6)};
+    // clang-format on
     for (const auto& s : samples) {
         SCOPED_TRACE(::testing::PrintToString(s));
         EXPECT_EQ(fl::i18n::to_utf8(fl::i18n::to_ustring(s)), s);
