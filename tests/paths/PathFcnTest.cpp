@@ -52,12 +52,10 @@ TEST_F(PathFcn, ConstituentsUnderEachConvention) {
         Element expected;
     };
     const fl::ustring drive = u"C:\\Users\\ana\\r.docx";
-    const Element driveAsName{no, u"C:\\Users\\ana\\r", u".docx", u"Local", false, no, no, no, no};
     // clang-format off
     const Row rows[] = {
         // The empty text is one path, with every constituent missing.
         {u"", u"unix", {no, no, no, u"Local", false, no, no, no, no}},
-        {u"/data/raw/m-2024.csv", u"unix", {u"/data/raw", u"m-2024", u".csv", u"Local", true, no, no, no, no}},
         // No extension: a missing string, never "".
         {u"notes/readme", u"unix", {u"notes", u"readme", no, u"Local", false, no, no, no, no}},
         {u"/d/\xDCFF\xDCFE.bin", u"unix", {u"/d", u"\xDCFF\xDCFE", u".bin", u"Local", true, no, no, no, no}},
@@ -65,16 +63,12 @@ TEST_F(PathFcn, ConstituentsUnderEachConvention) {
          {u"https://data.example.org:8080/v1", u"s", u".parquet", u"URL", true, u"data.example.org", 8080, u"rev=3", u"top"}},
         {u"https://data.example.org/v1/", u"schema",
          {u"https://data.example.org/", u"v1", no, u"URL", true, u"data.example.org", no, no, no}},
+        {u"/a/b.c", u"schema", {u"/a", u"b", u".c", u"URL", false, no, no, no, no}},
         // URLs are URLs under every convention.
         {u"http://h:81/a/b.c", u"unix", {u"http://h:81/a", u"b", u".c", u"URL", true, u"h", 81, no, no}},
         {drive, u"windows", {u"C:\\Users\\ana", u"r", u".docx", u"Local", true, no, no, no, no}},
-        // Conventions match case-sensitively and whole; otherwise the platform's own rules
-        // apply, for which this text is one relative name.
-        {drive, u"Windows", driveAsName},
-        {drive, u"", driveAsName},
-        {drive, u"WINDOWS", driveAsName},
-        {drive, u"native", driveAsName},
-        {drive, u"windows ", driveAsName},
+        // Not a known convention: the platform's own rules, for which this is one relative name.
+        {drive, u"Windows", {no, u"C:\\Users\\ana\\r", u".docx", u"Local", false, no, no, no, no}},
     };
     // clang-format on
     for (const Row& row : rows) {
@@ -84,11 +78,6 @@ TEST_F(PathFcn, ConstituentsUnderEachConvention) {
         EXPECT_EQ(fieldNamesOf(r.get()), kFields);
         EXPECT_EQ(elementOf(r.get(), 0), row.expected);
     }
-    const Make unc = ch(u"\\\\srv\\share\\f.txt");
-    EXPECT_EQ(stringField(call(pathFcn, build({unc, kCharEmpty})).get(), 0, "PathType"), u"Local");
-    const auto uncWindows = call(pathFcn, build({unc, ch(u"windows")}));
-    EXPECT_EQ(stringField(uncWindows.get(), 0, "PathType"), u"UNC");
-    EXPECT_EQ(stringField(uncWindows.get(), 0, "Host"), u"srv");
 }
 
 // Whatever the kinds, the n-th path takes the n-th convention; the result has the paths'
@@ -111,6 +100,10 @@ TEST_F(PathFcn, PathsPairWithConventionsElementByElement) {
     // clang-format off
     const Row rows[] = {
         {"strings by strings", {xx, strs({1, 2}, {u"windows", u"unix"})}, {1, 2}, {true, false}},
+        // Conventions match whole and case-sensitively.
+        {"near misses", {strs({1, 5}, {u"C:\\x", u"C:\\x", u"C:\\x", u"C:\\x", u"C:\\x"}),
+                         strs({1, 5}, {u"", u"WINDOWS", u"native", u"windows ", u"windowsx"})},
+         {1, 5}, {false, false, false, false, false}},
         {"shapes differ", {strs({2, 1}, {u"C:\\x", u"C:\\x"}), strs({1, 2}, {u"unix", u"windows"})}, {2, 1}, {false, true}},
         {"char by string scalar", {x, str(u"windows")}, {1, 1}, {true}},
         {"char by cell", {x, cell({w})}, {1, 1}, {true}},
@@ -128,8 +121,6 @@ TEST_F(PathFcn, PathsPairWithConventionsElementByElement) {
         for (std::size_t i = 0; i < row.absolute.size(); ++i)
             EXPECT_EQ(logicalField(r.get(), i, "IsAbsolute"), row.absolute[i]) << i;
     }
-    const auto schema = call(pathFcn, ArgList(stringScalar(u"C:\\a\\b.txt"), charRow(u"schema")));
-    EXPECT_EQ(stringField(schema.get(), 0, "PathType"), u"URL");
 }
 
 TEST_F(PathFcn, MissingAndEmptyInputs) {
@@ -144,8 +135,6 @@ TEST_F(PathFcn, MissingAndEmptyInputs) {
     const auto s = call(pathFcn, ArgList(stringArray({0, 0}, {}), stringArray({0, 0}, {})));
     EXPECT_EQ(dimsOf(s.get()), (Dims{0, 0}));
     EXPECT_EQ(fieldNamesOf(s.get()), kFields);
-    const auto c = call(pathFcn, ArgList(cellArray({0, 0}, {}), charRow(u"unix")));
-    EXPECT_EQ(dimsOf(c.get()), (Dims{0, 0}));
 }
 
 TEST_F(PathFcn, BadCallsAreRefused) {
@@ -154,10 +143,7 @@ TEST_F(PathFcn, BadCallsAreRefused) {
     const char* kCells = "QUORIN:string:MustBeCellArrayOfStrings";
     const Make a = ch(u"/a"), un = ch(u"unix"), ab = strs({1, 2}, {u"/a", u"/b"});
     // clang-format off
-    std::vector<ErrorRow> rows = {
-        {"two outputs", {num(1), num(1)}, "QUORIN:TooManyOutputs", {}, 2},
-        {"four inputs", {a, un, ch(u"x"), ch(u"y")}, "QUORIN:TooManyInputs"},
-        {"no input", {}, "QUORIN:NotEnoughInputs"},
+    const std::vector<ErrorRow> rows = {
         // The convention is read for every path: the path alone is refused, never read past.
         {"path alone", {a}, "QUORIN:NotEnoughInputs"},
         {"double alone", {num(1)}, "QUORIN:NotEnoughInputs"},
@@ -169,15 +155,11 @@ TEST_F(PathFcn, BadCallsAreRefused) {
         {"missing convention", {ab, strs({1, 2}, {u"unix", std::nullopt})}, "QUORIN:string:MissingNotSupported"},
         {"bad cell after a good one", {cell({a, str(u"/b")}), un}, kCells, {in}},
         {"bad convention cell", {cell({a, a}), cell({un, num(1)})}, kCells, {in}},
-        {"empty path cell", {cell({a, kNull}), strs({1, 2}, {u"unix", u"unix"})}, kCells, {in}},
+        // The kinds themselves are the text reader's; each input goes through it.
+        {"path of no text kind", {num(1), un}, kKind, {in}},
+        {"convention of no text kind", {a, kNull}, kKind, {in}},
     };
-    const std::pair<std::string, Make> kinds[] = {
-        {"double", num(1)}, {"struct", st({})}, {"matrix", kMatrix}, {"logical", lg(true)}, {"null", kNull}};
     // clang-format on
-    for (const auto& [kind, bad] : kinds) {
-        rows.push_back({"path: " + kind, {bad, un}, kKind, {in}});
-        rows.push_back({"convention: " + kind, {a, bad}, kKind, {in}});
-    }
     expectErrors(pathFcn, rows);
 }
 
