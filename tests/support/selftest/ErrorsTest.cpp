@@ -1,9 +1,9 @@
-#include <stdexcept>
+#include "zkfs/test/Errors.hpp"
 
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
-#include "zkfs/test/Errors.hpp"
+#include <stdexcept>
 
 namespace {
 
@@ -38,8 +38,8 @@ TEST(IdentifiedErrorAssertion, RefusesEveryDifference) {
         EXPECT_IDENTIFIED_ERROR(throwTwo(), "QUORIN:selftest:Two", u"p\u00e4th", 8), "actual");
     EXPECT_NONFATAL_FAILURE(
         EXPECT_IDENTIFIED_ERROR(throwTwo(), "QUORIN:selftest:Two", u"p\u00e4th", "7"), "actual");
-    EXPECT_NONFATAL_FAILURE(EXPECT_IDENTIFIED_ERROR(throwTwo(), "QUORIN:selftest:Two", u"p\u00e4th"),
-                            "actual");
+    EXPECT_NONFATAL_FAILURE(
+        EXPECT_IDENTIFIED_ERROR(throwTwo(), "QUORIN:selftest:Two", u"p\u00e4th"), "actual");
     // An error without arguments must not pass for one with a zero.
     EXPECT_NONFATAL_FAILURE(EXPECT_IDENTIFIED_ERROR(throwNone(), "QUORIN:selftest:None", 0),
                             "actual QUORIN:selftest:None ()");
