@@ -91,12 +91,6 @@ TEST_F(PathFcn, PathsPairWithConventionsElementByElement) {
     };
     const Make x = ch(u"C:\\x"), w = ch(u"windows"), un = ch(u"unix");
     const Make xx = strs({1, 2}, {u"C:\\x", u"C:\\x"});
-    const Make column = [] {
-        std::vector<unique_vqarray_ptr> v;
-        v.push_back(charRow(u"windows"));
-        v.push_back(charEmpty());
-        return cellArray({2, 1}, std::move(v));
-    };
     // clang-format off
     const Row rows[] = {
         {"strings by strings", {xx, strs({1, 2}, {u"windows", u"unix"})}, {1, 2}, {true, false}},
@@ -111,7 +105,7 @@ TEST_F(PathFcn, PathsPairWithConventionsElementByElement) {
         {"cells by char", {cell({x, x}), w}, {1, 2}, {true, true}},
         {"cells by strings", {cell({x, x}), strs({1, 2}, {u"unix", u"windows"})}, {1, 2}, {false, true}},
         {"cells by cells", {cell({x, x}), cell({w, un})}, {1, 2}, {true, false}},
-        {"strings by a cell column", {xx, column}, {1, 2}, {true, false}},
+        {"strings by a cell", {xx, cell({w, kCharEmpty})}, {1, 2}, {true, false}},
     };
     // clang-format on
     for (const Row& row : rows) {

@@ -79,7 +79,6 @@ TEST_F(ResolvePath, TypesLinksAndOptions) {
         {"empty text", {kCharEmpty}, u"", u"None"},
         {"unsupported scheme", {ch(u"gopher://example.org/x")}, u"", u"None"},
         {"link followed", {ch(latest), ch(u"ResolveSymbolicLinks"), lg(true)}, file, u"File"},
-        {"link followed, struct", {ch(latest), st({{"ResolveSymbolicLinks", lg(true)}})}, file, u"File"},
         // A file IRI answers as an IRI unless asked for the local path.
         {"file IRI", {str(iri)}, iri, u"File"},
         {"file IRI, local", {str(iri), str(u"LocalPathFromFileScheme"), lg(true)}, file, u"File"},
