@@ -28,13 +28,9 @@ const Make kYes = lg(true);
 class OptionParser : public LiveArrayTest {};
 
 TEST_F(OptionParser, PairsAndStructsSetTheirFlags) {
-    struct Row {
-        const char* what;
-        std::vector<Make> args;
-        bool links, fileScheme, caseCorrect;
-    };
-    const Make caseCorrect = ch(u"CaseCorrectAndResolveOnWindows");
     // clang-format off
+    struct Row { const char* what; std::vector<Make> args; bool links, fileScheme, caseCorrect; };
+    const Make caseCorrect = ch(u"CaseCorrectAndResolveOnWindows");
     const Row rows[] = {
         {"path alone", {kPath}, false, false, false},
         {"path of any kind", {num(3)}, false, false, false},

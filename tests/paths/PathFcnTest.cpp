@@ -47,12 +47,9 @@ Element elementOf(const vqArray* s, std::size_t i) {
 class PathFcn : public LiveArrayTest {};
 
 TEST_F(PathFcn, ConstituentsUnderEachConvention) {
-    struct Row {
-        fl::ustring path, convention;
-        Element expected;
-    };
-    const fl::ustring drive = u"C:\\Users\\ana\\r.docx";
     // clang-format off
+    struct Row { fl::ustring path, convention; Element expected; };
+    const fl::ustring drive = u"C:\\Users\\ana\\r.docx";
     const Row rows[] = {
         // The empty text is one path, with every constituent missing.
         {u"", u"unix", {no, no, no, u"Local", false, no, no, no, no}},
@@ -83,15 +80,10 @@ TEST_F(PathFcn, ConstituentsUnderEachConvention) {
 // Whatever the kinds, the n-th path takes the n-th convention; the result has the paths'
 // shape. "C:\x" is absolute only under "windows".
 TEST_F(PathFcn, PathsPairWithConventionsElementByElement) {
-    struct Row {
-        const char* what;
-        std::vector<Make> args;
-        Dims dims;
-        std::vector<bool> absolute;
-    };
+    // clang-format off
+    struct Row { const char* what; std::vector<Make> args; Dims dims; std::vector<bool> absolute; };
     const Make x = ch(u"C:\\x"), w = ch(u"windows"), un = ch(u"unix");
     const Make xx = strs({1, 2}, {u"C:\\x", u"C:\\x"});
-    // clang-format off
     const Row rows[] = {
         {"strings by strings", {xx, strs({1, 2}, {u"windows", u"unix"})}, {1, 2}, {true, false}},
         // Conventions match whole and case-sensitively.

@@ -61,15 +61,10 @@ protected:
 };
 
 TEST_F(ResolvePath, TypesLinksAndOptions) {
-    struct Row {
-        const char* what;
-        std::vector<Make> args;
-        fl::ustring resolved;
-        const char16_t* type;
-    };
+    // clang-format off
+    struct Row { const char* what; std::vector<Make> args; fl::ustring resolved; const char16_t* type; };
     const fl::ustring file = tree.upath("data/a.csv"), latest = tree.upath("latest");
     const fl::ustring iri = u"file://" + file;
-    // clang-format off
     const Row rows[] = {
         {"file", {ch(file)}, file, u"File"},
         {"folder", {ch(tree.upath("data/sub"))}, tree.upath("data/sub"), u"Folder"},
@@ -162,12 +157,8 @@ TEST_F(ResolvePath, AttributesOfEachKindOfEntry) {
 }
 
 TEST_F(ResolvePath, ModificationTimeTruncatesTowardZero) {
-    struct Case {
-        const char* name;
-        std::time_t seconds;
-        long nanoseconds;
-        double expected;
-    };
+    // clang-format off
+    struct Case { const char* name; std::time_t seconds; long nanoseconds; double expected; };
     const Case cases[] = {
         {"epoch.txt", 0, 0, 0.0},
         {"after.txt", 0, 900000, 0.0},        // 0.9 ms after the epoch
@@ -175,6 +166,7 @@ TEST_F(ResolvePath, ModificationTimeTruncatesTowardZero) {
         {"earlier.txt", -2, 0, -2000.0},
         {"later.txt", 1, 999999999, 1999.0},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         tree.makeFile(c.name, "t");
