@@ -30,52 +30,53 @@ std::exception_ptr captured(const E& e) {
 
 }  // namespace
 
-TEST(CapturedErrors, IdentifiedErrorsGiveIdentifierAndCatalogText) {
+TEST(CapturedErrors, IdentifierAndTextOfEachKindOfErrorInEitherPointer) {
     const fl::i18n::ZkLocale saved = fl::i18n::ZkLocale::global();
     fl::i18n::ZkLocale::global(fl::i18n::ZkLocale("en_US.UTF-8"));
-    const auto error = captured(Exception<ids::InvalidReplacementRuleValue>(
-        ids::InvalidReplacementRuleValue(u"sometimes")));
-    EXPECT_EQ(core::detail::GetID(error), "QUORIN:io:filesystem:core:InvalidReplacementRuleValue");
-    EXPECT_EQ(
-        core::detail::GetUnicodeMessageTxt(error),
-        u"'sometimes' is not a valid value for 'ReplacementRule'. Use 'overwrite' or 'preserve'.");
+    const char* const invalidValue = "QUORIN:io:filesystem:core:InvalidReplacementRuleValue";
+    struct Row {
+        std::exception_ptr error;
+        const char* id;
+        const char16_t* text;
+    };
+    const Row rows[] = {
+        {captured(Exception<ids::InvalidReplacementRuleValue>(
+             ids::InvalidReplacementRuleValue(u"sometimes"))),
+         invalidValue,
+         u"'sometimes' is not a valid value for 'ReplacementRule'. Use 'overwrite' or "
+         u"'preserve'."},
+        {captured(std::runtime_error("disk on fire")), "", u"disk on fire"},
+        {captured(42), "", u""},
+        {std::exception_ptr(), "", u""},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(r.text));
+        EXPECT_EQ(core::detail::GetID(r.error), r.id);
+        EXPECT_EQ(core::detail::GetUnicodeMessageTxt(r.error), r.text);
+        // Boost wraps a std::exception_ptr, and only inside the handler (it reads
+        // std::current_exception() itself); that is how the host's errors travel in one.
+        boost::exception_ptr wrapped;
+        if (r.error) {
+            try {
+                std::rethrow_exception(r.error);
+            } catch (...) {
+                wrapped = boost::exception_ptr(std::current_exception());
+            }
+        }
+        EXPECT_EQ(core::detail::GetID(wrapped), r.id);
+        EXPECT_EQ(core::detail::GetUnicodeMessageTxt(wrapped), r.text);
+    }
 
-    // The same through the caller's catalog language.
+    // The text follows the caller's catalog language.
     fl::i18n::ZkLocale::global(fl::i18n::ZkLocale("de_DE.UTF-8"));
-    EXPECT_NE(core::detail::GetUnicodeMessageTxt(error).find(u"ist kein gültiger Wert"),
+    EXPECT_NE(core::detail::GetUnicodeMessageTxt(rows[0].error).find(u"ist kein gültiger Wert"),
               fl::ustring::npos);
     fl::i18n::ZkLocale::global(saved);
-
     try {
-        std::rethrow_exception(error);
+        std::rethrow_exception(rows[0].error);
     } catch (const foundation::core::except::IMsgIDException& e) {
-        EXPECT_EQ(core::detail::GetID(e), "QUORIN:io:filesystem:core:InvalidReplacementRuleValue");
+        EXPECT_EQ(core::detail::GetID(e), invalidValue);
     }
-}
-
-TEST(CapturedErrors, OtherExceptionsGiveTheirTextAndNoIdentifier) {
-    const auto error = captured(std::runtime_error("disk on fire"));
-    EXPECT_EQ(core::detail::GetID(error), "");
-    EXPECT_EQ(core::detail::GetUnicodeMessageTxt(error), u"disk on fire");
-    const auto other = captured(42);
-    EXPECT_EQ(core::detail::GetID(other), "");
-    EXPECT_EQ(core::detail::GetUnicodeMessageTxt(other), u"");
-    EXPECT_EQ(core::detail::GetID(std::exception_ptr()), "");
-    EXPECT_EQ(core::detail::GetUnicodeMessageTxt(std::exception_ptr()), u"");
-}
-
-TEST(CapturedErrors, BoostExceptionPointersToo) {
-    // Boost wraps a std::exception_ptr, and only inside the handler (it reads
-    // std::current_exception() itself); that is how the host's errors travel in one.
-    boost::exception_ptr error;
-    try {
-        throw Exception<ids::InvalidReplacementRuleName>(ids::InvalidReplacementRuleName(u"Mode"));
-    } catch (...) {
-        error = boost::exception_ptr(std::current_exception());
-    }
-    EXPECT_EQ(core::detail::GetID(error), "QUORIN:io:filesystem:core:InvalidReplacementRuleName");
-    EXPECT_NE(core::detail::GetUnicodeMessageTxt(error).find(u"'Mode'"), fl::ustring::npos);
-    EXPECT_EQ(core::detail::GetID(boost::exception_ptr()), "");
 }
 
 TEST(Catalog, EveryCoreIdentifierHasAnEnglishTextWithItsHoles) {
@@ -96,25 +97,16 @@ TEST(Catalog, EveryCoreIdentifierHasAnEnglishTextWithItsHoles) {
 
 TEST(Logger, RecordsReachStandardErrorOnlyWhenDebugLoggingIsOn) {
     auto& logger = core::log::getLogger();
-    EXPECT_EQ(&logger, &core::log::getLogger());
-
-    core::log::setDebugLogging(false);
-    ::testing::internal::CaptureStderr();
-    BOOST_LOG_SEV(logger, boost::log::trivial::debug) << "quiet-marker-1";
-    BOOST_LOG_SEV(logger, boost::log::trivial::error) << "quiet-marker-2";
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-
-    core::log::setDebugLogging(true);
-    EXPECT_TRUE(core::log::isDebugLoggingEnabled());
-    ::testing::internal::CaptureStderr();
-    BOOST_LOG_SEV(logger, boost::log::trivial::debug) << "loud-marker";
-    const std::string written = ::testing::internal::GetCapturedStderr();
-    EXPECT_NE(written.find("loud-marker"), std::string::npos) << written;
-    EXPECT_NE(written.find("debug"), std::string::npos) << written;
-
-    core::log::setDebugLogging(false);
-    EXPECT_FALSE(core::log::isDebugLoggingEnabled());
-    ::testing::internal::CaptureStderr();
-    BOOST_LOG_SEV(logger, boost::log::trivial::debug) << "quiet-marker-3";
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    for (const bool on : {false, true, false}) {
+        SCOPED_TRACE(on ? "on" : "off");
+        core::log::setDebugLogging(on);
+        EXPECT_EQ(core::log::isDebugLoggingEnabled(), on);
+        ::testing::internal::CaptureStderr();
+        BOOST_LOG_SEV(logger, boost::log::trivial::debug) << "debug-marker";
+        BOOST_LOG_SEV(core::log::getLogger(), boost::log::trivial::error) << "error-marker";
+        const std::string written = ::testing::internal::GetCapturedStderr();
+        EXPECT_EQ(written.find("debug-marker") != std::string::npos, on) << written;
+        EXPECT_EQ(written.find("error-marker") != std::string::npos, on) << written;
+        EXPECT_EQ(written.find("debug") != std::string::npos, on) << written;
+    }
 }

@@ -1,21 +1,26 @@
-// Path and URL analysis, one row per input and convention, edge rows first.
+// Text analysis without the file system: path and URL components per convention,
+// relative locations, and the "ReplacementRule" option.
 #include "quorin/io/filesystem/core/PathComponents.hpp"
+#include "quorin/io/filesystem/core/RelativePath.hpp"
+#include "quorin/io/filesystem/core/ReplacementRule.hpp"
 #include "zkfs/test/Errors.hpp"
 
 #include "fl/i18n/unicode.hpp"
 #include "foundation/core/except/Exception.hpp"
+#include "foundation/storage/vfs/Exception.hpp"
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 
 namespace core = quorin::io::filesystem::core;
+namespace vfs = foundation::storage::vfs;
 using core::FileSystemType;
 
 namespace {
 
 constexpr std::uint64_t none = core::PathComponents::noPort;
-
 // "parent|name|extension", then " @host:port?query#fragment" when any of those is set.
 fl::ustring summary(const core::PathComponents& c) {
     fl::ustring s = c.parent + u'|' + c.name + u'|' + c.extension;
@@ -25,6 +30,26 @@ fl::ustring summary(const core::PathComponents& c) {
              u'?' + c.query + u'#' + c.fragment;
     return s;
 }
+
+struct Route {
+    const char16_t* source;
+    const char16_t* destination;
+    const char16_t* expected;  // the answer, or the text named by the error
+};
+std::string describe(const Route& r) {
+    return fl::i18n::to_utf8(r.source) + " -> " + fl::i18n::to_utf8(r.destination);
+}
+
+const char* const Name = "QUORIN:io:filesystem:core:InvalidReplacementRuleName";
+const char* const Value = "QUORIN:io:filesystem:core:InvalidReplacementRuleValue";
+const char* const Ambiguous = "QUORIN:io:filesystem:core:AmbiguousReplacementRuleValue";
+
+struct Rule {
+    const char16_t* name;
+    const char16_t* value;
+    const char* error;     // nullptr: accepted
+    const char16_t* text;  // the canonical value, or the error's argument
+};
 
 }  // namespace
 
@@ -70,12 +95,9 @@ TEST(PathComponents, EveryConvention) {
         {u"C:\\", W, false, u"C:\\||", u"Local", true},
         {u"c:/", W, false, u"c:/||", u"Local", true},
         {u"C:a.txt", W, false, u"C:|a|.txt", u"Local", false},
-        {u"C:\\Users\\a.txt", W, false, u"C:\\Users|a|.txt", u"Local", true},
-        {u"C:/Users/a.txt", W, false, u"C:/Users|a|.txt", u"Local", true},
         {u"C:\\a", W, false, u"C:\\|a|", u"Local", true},
         {u"\\x\\y", W, false, u"\\x|y|", u"Local", false},
         {u"dir\\sub/f.tar", W, false, u"dir\\sub|f|.tar", u"Local", false},
-        {u"\\\\server", W, false, u"\\\\server|| @server:?#", u"UNC", true},
         {u"\\\\server\\share", W, false, u"\\\\server\\share|| @server:?#", u"UNC", true},
         {u"\\\\server\\share\\dir\\f.txt", W, false, u"\\\\server\\share\\dir|f|.txt @server:?#",
          u"UNC", true},
@@ -138,4 +160,123 @@ TEST(PathComponents, BadPortIsAnIdentifiedError) {
     EXPECT_EQ(core::getPathComponents(u"http://h:65535/", true, FileSystemType::Schema).port,
               65535U);
     EXPECT_EQ(core::getPathComponents(u"http://h:0/", true, FileSystemType::Schema).port, 0U);
+}
+
+TEST(RelativePath, LocalPathsAndIRIs) {
+    const Route rows[] = {
+        {u"/", u"/", u"."},
+        {u"/a/b", u"/a/b", u"."},
+        {u"/a/b/", u"/a/b", u"."},
+        {u"/", u"/x", u"x"},
+        {u"/x", u"/", u".."},
+        {u"/a/b", u"/a/b/c/d.txt", u"c/d.txt"},
+        {u"/a/b/c", u"/a/d", u"../../d"},
+        {u"/a//b/./", u"/a/b/../c", u"../c"},
+        {u"/../a", u"/a/b", u"b"},
+        {u"/a/bc", u"/a/b", u"../b"},
+        {u"/données/a", u"/données/b/été", u"../b/été"},
+        {u"/a/\xDCFF", u"/a/\xDCFF/x", u"x"},
+        {u"http://h/a/b", u"http://h/a/b", u"."},
+        {u"http://h/a/b", u"http://h/a/c?q=1#f", u"../c?q=1#f"},
+        {u"HTTP://H/a", u"http://h/a/b", u"b"},
+        {u"http://h:8080/", u"http://h:8080/x/y", u"x/y"},
+        {u"file:///a/b", u"file:///a/c", u"../c"},
+        {u"http://h/a", u"http://h/a/x:y", u"./x:y"},
+        {u"http://h/a", u"http://h/a/sp%20ace", u"sp%20ace"},
+    };
+    for (const Route& r : rows) {
+        SCOPED_TRACE(describe(r));
+        EXPECT_EQ(core::relative_path(r.source, r.destination), fl::ustring(r.expected));
+    }
+}
+
+TEST(RelativePath, InvalidLocationsSourceFirstAndNoCommonRoot) {
+    const Route rows[] = {
+        {u"", u"/a", u""},
+        {u"a/b", u"/a", u"a/b"},
+        {u"/a", u"b", u"b"},
+        {u"C:\\x", u"/a", u"C:\\x"},
+        {u"rel", u"also-rel", u"rel"},
+        {u"/a", u"http://[::1/x", u"http://[::1/x"},
+        // No common root: std::invalid_argument.
+        {u"/a", u"http://h/a", nullptr},
+        {u"file:///a", u"/a", nullptr},
+        {u"http://a/x", u"http://b/x", nullptr},
+        {u"http://h/", u"https://h/", nullptr},
+        {u"http://h:1/", u"http://h:2/", nullptr},
+    };
+    for (const Route& r : rows) {
+        SCOPED_TRACE(describe(r));
+        if (r.expected == nullptr) {
+            EXPECT_THROW(core::relative_path(r.source, r.destination), std::invalid_argument);
+            continue;
+        }
+        try {
+            (void)core::relative_path(r.source, r.destination);
+            ADD_FAILURE() << "no exception";
+        } catch (const vfs::InvalidIRIException& e) {
+            EXPECT_EQ(e.getInvalidIRIString(), fl::ustring(r.expected));
+        }
+    }
+}
+
+TEST(ReplacementRule, WholeWordsInAnyCaseOnlyAndFailuresLeaveTheTextsAlone) {
+    const Rule rows[] = {
+        {u"ReplacementRule", u"overwrite", nullptr, u"overwrite"},
+        {u"replacementrule", u"OVERWRITE", nullptr, u"overwrite"},
+        {u"REPLACEMENTRULE", u"Preserve", nullptr, u"preserve"},
+        {u"Replacement", u"overwrite", Name, u"Replacement"},
+        {u"", u"overwrite", Name, u""},
+        {u"ReplacementRules", u"overwrite", Name, u"ReplacementRules"},
+        // The name is checked first.
+        {u"Rule", u"bad", Name, u"Rule"},
+        {u"ReplacementRule", u"over", Value, u"over"},
+        {u"ReplacementRule", u"", Value, u""},
+        {u"ReplacementRule", u"overwrite ", Value, u"overwrite "},
+        // Folding is ASCII only: a dotless capital I is no "i".
+        {u"ReplacementRule", u"overwr\u0130te", Value, u"overwr\u0130te"},
+    };
+    for (const Rule& r : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(r.name) + "=" + fl::i18n::to_utf8(r.value));
+        fl::ustring name = r.name;
+        fl::ustring value = r.value;
+        if (r.error == nullptr) {
+            core::validateReplacementRuleName(name, value);
+            EXPECT_EQ(name, u"ReplacementRule");
+            EXPECT_EQ(value, fl::ustring(r.text));
+            continue;
+        }
+        EXPECT_IDENTIFIED_ERROR(core::validateReplacementRuleName(name, value), r.error,
+                                fl::ustring(r.text));
+        EXPECT_EQ(name, fl::ustring(r.name));
+        EXPECT_EQ(value, fl::ustring(r.value));
+    }
+}
+
+TEST(ReplacementRule, CompletionAcceptsUnambiguousPrefixesOnly) {
+    const Rule rows[] = {
+        {u"ReplacementRule", u"overwrite", nullptr, u"overwrite"},
+        {u"r", u"o", nullptr, u"overwrite"},
+        {u"Repl", u"OVER", nullptr, u"overwrite"},
+        {u"REPLACEMENTRUL", u"Preserv", nullptr, u"preserve"},
+        {u"", u"overwrite", Name, u""},
+        {u"ReplacementRuleX", u"o", Name, u"ReplacementRuleX"},
+        {u"Mode", u"o", Name, u"Mode"},
+        {u"Repl", u"overwritten", Value, u"overwritten"},
+        {u"Repl", u"x", Value, u"x"},
+        {u"Repl", u"", Ambiguous, u""},
+    };
+    for (const Rule& r : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(r.name) + "=" + fl::i18n::to_utf8(r.value));
+        if (r.error == nullptr) {
+            const auto [name, value] =
+                core::validateAndCompleteReplacementRuleNameAndValue(r.name, r.value);
+            EXPECT_EQ(name, u"ReplacementRule");
+            EXPECT_EQ(value, fl::ustring(r.text));
+            continue;
+        }
+        EXPECT_IDENTIFIED_ERROR(
+            core::validateAndCompleteReplacementRuleNameAndValue(r.name, r.value), r.error,
+            fl::ustring(r.text));
+    }
 }
