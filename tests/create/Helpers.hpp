@@ -1,5 +1,7 @@
 #pragma once
 // Small helpers shared by the file and link maker tests.
+#include "zkfs/test/Arrays.hpp"
+
 #include "fl/i18n/unicode.hpp"
 #include "fl/ustring.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
@@ -9,6 +11,7 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include <unistd.h>
 
@@ -30,9 +33,11 @@ inline std::string linkText(const std::filesystem::path& p) {
     return ec ? std::string() : target.native();
 }
 
-inline bool isLinkAt(const std::filesystem::path& p) {
-    std::error_code ec;
-    return std::filesystem::is_symlink(std::filesystem::symlink_status(p, ec));
+// Arguments all as char rows, or all as string scalars.
+inline ArgList texts(const std::vector<fl::ustring>& all, bool asStrings = false) {
+    ArgList args;
+    for (const fl::ustring& text : all) args.add(asStrings ? stringScalar(text) : charRow(text));
+    return args;
 }
 
 // Runs a block in another current folder and comes back, even when the block fails.

@@ -7,7 +7,6 @@
 #include "zkfs/test/Errors.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
-#include "zkfs/test/Unprivileged.hpp"
 
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/i18n/MessageCatalog.hpp"
@@ -59,21 +58,40 @@ protected:
     TempTree tree;
 };
 
-// Slots past the results asked for stay empty; even none asked for creates the file.
+// Files are made with their parents, on disk and in the store. Slots past the results
+// asked for stay empty; even none asked for creates the file. The rule is compared after
+// validation has put it into its canonical spelling.
 TEST_F(MkFile, CreatesAnEmptyFileWithParentsFillingOnlyTheResultsAskedFor) {
-    const std::vector<std::string> names = {"a.txt", "b.txt", "from url/\u00fcber.txt",
-                                            "output/2024/q1/report.txt"};
-    for (int n = 0; n < 4; ++n) {
-        const fs::path file = tree.path(names[static_cast<std::size_t>(n)]);
-        SCOPED_TRACE(file.native());
-        const fl::ustring text = n == 2 ? fileIRI(file) : u16(file);
+    tree.makeFile("data.csv", "a,b\n1,2\n");
+    struct Row {
+        std::vector<fl::ustring> args;
+        int outs;
+        const char* made;
+    };
+    const std::vector<Row> rows = {
+        {{tree.upath("a.txt")}, 0, "a.txt"},
+        {{tree.upath("b.txt")}, 1, "b.txt"},
+        {{fileIRI(tree.path("from url/\u00fcber.txt"))}, 2, "from url/\u00fcber.txt"},
+        {{tree.upath("output/2024/q1/report.txt")}, 3, "output/2024/q1/report.txt"},
+        {{tree.upath("data.csv"), u"replacementrule", u"OverWrite"}, 3, "data.csv"},
+        {{u"mem://root/project/output/report.txt"}, 3, nullptr},
+        {{u"mem://root/project/output/report.txt", u"ReplacementRule", u"overwrite"}, 1, nullptr},
+    };
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        const Row& row = rows[r];
+        SCOPED_TRACE(u8(row.args[0]));
         OutputSlots out(3);
-        mkFile(n, out, ArgList(n == 1 ? stringScalar(text) : charRow(text)));
-        EXPECT_TRUE(fs::is_regular_file(file));
-        EXPECT_EQ(fs::file_size(file), 0U);
+        mkFile(row.outs, out, texts(row.args, r % 2 == 0));
+        if (row.made != nullptr) {
+            EXPECT_TRUE(fs::is_regular_file(tree.path(row.made)));
+            EXPECT_EQ(fs::file_size(tree.path(row.made)), 0U);
+        }
+        // Now it is there, for the store too.
+        EXPECT_IDENTIFIED_ERROR(mkFile(0, out, ArgList(charRow(row.args[0]))), kAlreadyExists,
+                                row.args[0]);
         for (int i = 0; i < 3; ++i) {
             const vqArray* slot = out[static_cast<std::size_t>(i)];
-            if (i >= n) {
+            if (i >= row.outs) {
                 EXPECT_EQ(slot, nullptr) << i;
             } else if (i == 0) {
                 EXPECT_EQ(dimsOf(slot), (Dims{1, 1}));
@@ -83,26 +101,14 @@ TEST_F(MkFile, CreatesAnEmptyFileWithParentsFillingOnlyTheResultsAskedFor) {
             }
         }
     }
-}
-
-TEST_F(MkFile, PreserveKeepsTheFileAndOverwriteEmptiesIt) {
-    const fs::path file = tree.makeFile("data.csv", "a,b\n1,2\n");
-    const fl::ustring path = u16(file);
+    EXPECT_EQ(vfs::exists(vfs::AbsoluteIRI(u"mem://root/project/output"),
+                          Hexfarrow::QuorinStorageSystem::GetStorageSystemReference()),
+              provider::ExistenceType::Folder);
+    tree.makeFile("kept.csv", "a,b\n");
     OutputSlots kept(1);
-    mkFile(1, kept, withRule(path, u"preserve"));
+    mkFile(1, kept, withRule(tree.upath("kept.csv"), u"preserve"));
     EXPECT_EQ(logicalsOf(kept[0]), std::vector<bool>{false});
-    EXPECT_EQ(fs::file_size(file), 8U);
-
-    // The rule is compared after validation has put it into its canonical spelling.
-    OutputSlots replaced(3);
-    mkFile(
-        3, replaced,
-        ArgList(stringScalar(path), stringScalar(u"replacementrule"), stringScalar(u"OverWrite")));
-    EXPECT_EQ(logicalsOf(replaced[0]), std::vector<bool>{true});
-    EXPECT_EQ(stringsOf(replaced[1]), std::vector<StringElement>{u""});
-    EXPECT_EQ(stringsOf(replaced[2]), std::vector<StringElement>{u""});
-    EXPECT_TRUE(fs::is_regular_file(file));
-    EXPECT_EQ(fs::file_size(file), 0U);
+    EXPECT_EQ(fs::file_size(tree.path("kept.csv")), 4U);
 }
 
 // A storage failure is thrown when no result is asked for (nothing stored) and reported
@@ -121,43 +127,37 @@ TEST_F(MkFile, StorageFailuresAreThrownOrReported) {
     provider::setMemFolderReadOnly(vfs::AbsoluteIRI(u"mem://root/locked"), true);
     const auto before = tree.snapshot();
 
+    // The thrown and the reported argument are the path unless given.
     struct Row {
         fl::ustring path;
         std::string id;
-        fl::ustring thrown;
-        fl::ustring reported;
+        fl::ustring thrown = path;
+        fl::ustring reported = thrown;
         bool overwrite = false;
     };
-    const fl::ustring notes = tree.upath("notes.txt");
     const fl::ustring encoded = fileIRI(tree.path("sensor log (march).txt"));
     ASSERT_NE(encoded.find(u"%20"), fl::ustring::npos);
-    const fl::ustring decoded = u"file://" + tree.upath("sensor log (march).txt");
     const fl::ustring real = tree.upath("real/f.txt");
-    const fl::ustring dangling = tree.upath("dangling");
-    const fl::ustring child = tree.upath("plain/child.txt");
-    const fl::ustring folder = tree.upath("results");
-    const fl::ustring https = u"https://data.example.org/v1/summary.csv";
-    const fl::ustring broken = u"mem://[broken/x.txt";
     const fl::ustring locked = u"mem://root/locked/new%20file.txt";
-    const fl::ustring foreign = u"mem://elsewhere/x.txt";
+    const fl::ustring results = tree.upath("results");
     const std::vector<Row> rows = {
-        {notes, kAlreadyExists, notes, notes},
-        {encoded, kAlreadyExists, encoded, decoded},
+        {tree.upath("notes.txt"), kAlreadyExists},
+        {encoded, kAlreadyExists, encoded, u"file://" + tree.upath("sensor log (march).txt")},
         // Links in the parents are resolved, and "." dropped, before the path is named.
-        {tree.upath("via/./f.txt"), kAlreadyExists, real, real},
+        {tree.upath("via/./f.txt"), kAlreadyExists, real},
         // A link at the path is neither followed nor replaced.
-        {dangling, kAlreadyExists, dangling, dangling},
-        {child, "QUORIN:virtualfilesystem:resourceNotFound", child, child},
-        {u"", "QUORIN:virtualfilesystem:invalidLocation", u"", u""},
+        {tree.upath("dangling"), kAlreadyExists},
+        {tree.upath("plain/child.txt"), "QUORIN:virtualfilesystem:resourceNotFound"},
+        {u"", "QUORIN:virtualfilesystem:invalidLocation"},
         // The removal refuses a folder with a plain I/O failure, which has no name of its own.
-        {folder, "QUORIN:virtualfilesystem:unknownError", folder, folder, true},
+        {results, "QUORIN:virtualfilesystem:unknownError", results, results, true},
         // A scheme without a provider is an invalid IRI; an IRI that does not parse is no
         // valid URL.
-        {https, "QUORIN:virtualfileio:path:invalidIRI", https, https},
-        {broken, "QUORIN:virtualfileio:localtoremote:notValidURL", broken, broken},
+        {u"https://data.example.org/v1/summary.csv", "QUORIN:virtualfileio:path:invalidIRI"},
+        {u"mem://[broken/x.txt", "QUORIN:virtualfileio:localtoremote:notValidURL"},
         {locked, "QUORIN:virtualfilesystem:permissionDenied", locked,
          u"mem://root/locked/new file.txt"},
-        {foreign, "QUORIN:virtualfilesystem:invalidLocation", foreign, foreign},
+        {u"mem://elsewhere/x.txt", "QUORIN:virtualfilesystem:invalidLocation"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(u8(row.path));
@@ -177,20 +177,6 @@ TEST_F(MkFile, StorageFailuresAreThrownOrReported) {
     EXPECT_IDENTIFIED_ERROR(mkFile(0, made, ArgList(charEmpty())),
                             "QUORIN:virtualfilesystem:invalidLocation", u"");
     EXPECT_EQ(tree.snapshot(), before);
-}
-
-TEST_F(MkFile, InMemoryCreatesWithParentsAndHonoursTheReplaceRule) {
-    const fl::ustring url = u"mem://root/project/output/report.txt";
-    OutputSlots out(3);
-    mkFile(3, out, ArgList(charRow(url)));
-    EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{true});
-    const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
-    EXPECT_EQ(vfs::exists(vfs::AbsoluteIRI(url), storage), provider::ExistenceType::File);
-    EXPECT_EQ(vfs::exists(vfs::AbsoluteIRI(u"mem://root/project/output"), storage),
-              provider::ExistenceType::Folder);
-    EXPECT_IDENTIFIED_ERROR(mkFile(0, out, ArgList(charRow(url))), kAlreadyExists, url);
-    mkFile(1, out, withRule(url, u"overwrite"));
-    EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{true});
 }
 
 // Argument errors are thrown even when results are asked for; a lone status is placed
@@ -223,29 +209,6 @@ TEST_F(MkFile, ArgumentErrorsAreAlwaysThrown) {
     expectRefused(call<&mkFileFcn>, arrays(missingString()), "QUORIN:string:MissingNotSupported",
                   {});
     EXPECT_FALSE(fs::exists(tree.path("never.txt")));
-}
-
-TEST_F(MkFile, ReadOnlyParentFolderIsPermissionDenied) {
-    tree.makeFolder("locked");
-    if (runningAsRoot()) {
-        const auto ids = unprivilegedIds();
-        tree.handTo(ids.uid, ids.gid);
-    }
-    tree.setMode("locked", 0555);
-    const fl::ustring direct = tree.upath("locked/new.txt");
-    const fl::ustring nested = tree.upath("locked/sub/new.txt");
-    runUnprivileged([&] {
-        OutputSlots out(3);
-        EXPECT_IDENTIFIED_ERROR(mkFile(0, out, ArgList(charRow(direct))),
-                                "QUORIN:virtualfilesystem:permissionDenied", direct);
-        mkFile(3, out, ArgList(charRow(nested)));
-        EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{false});
-        EXPECT_EQ(
-            stringsOf(out[2]),
-            std::vector<StringElement>{fl::ustring(u"QUORIN:virtualfilesystem:permissionDenied")});
-    });
-    EXPECT_FALSE(fs::exists(tree.path("locked/new.txt")));
-    EXPECT_FALSE(fs::exists(tree.path("locked/sub")));
 }
 
 }  // namespace

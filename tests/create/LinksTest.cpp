@@ -1,0 +1,315 @@
+// isSymlinkFcn, mkSymlinkFcn and createWindowsShortcutFcn on real trees: links classified
+// (dangling ones and loops included) with their target texts; links made with targets
+// checked first, stored as typed, the replace rule for existing links only, schemes
+// refused and the argument each error names; permissions obeyed by every maker; counts.
+#include "GatewayCall.hpp"
+#include "Helpers.hpp"
+#include "quorin/gateway/Errors.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+#include "zkfs/test/Arrays.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/LiveArrays.hpp"
+#include "zkfs/test/TempTree.hpp"
+#include "zkfs/test/Unprivileged.hpp"
+
+#include "foundation/storage/provider/MemProvider.hpp"
+#include "resource_core/MessageArg.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace zkfs::test::create {
+namespace {
+
+namespace fs = std::filesystem;
+
+void isSymlink(int outCount, OutputSlots& out, const ArgList& args) {
+    isSymlinkFcn(outCount, out.data(), args.count(), args.data());
+}
+
+constexpr const char* kFileExists = "QUORIN:io:filesystem:symlink:FileExists";
+constexpr const char* kTargetNotFound = "QUORIN:io:filesystem:symlink:TargetNotFound";
+
+void mkSymlink(const ArgList& args, int outCount = 0) {
+    OutputSlots out;
+    mkSymlinkFcn(outCount, out.data(), args.count(), args.data());
+    EXPECT_EQ(out[0], nullptr) << "mkSymlinkFcn returns nothing";
+}
+
+class IsSymlink : public LiveArrayTest {
+protected:
+    void SetUp() override {
+        LiveArrayTest::SetUp();
+        tree.makeFile("data/measurements.csv", "a,b\n");
+        tree.makeFolder("data/raw");
+        tree.makeLink("data/measurements.csv", "latest");      // relative, to a file
+        tree.makeLink(tree.path("data/raw").native(), "raw");  // absolute, to a folder
+        tree.makeLink("nowhere.csv", "dangling");
+        tree.makeLink("loop-b", "loop-a");
+        tree.makeLink("loop-a", "loop-b");
+    }
+    TempTree tree;
+};
+
+TEST_F(IsSymlink, StringArrayKeepsItsShapeAndSkipsMissingElements) {
+    // 3x3, column-major: link, file, folder link; missing, dangling, nothing; and
+    // locations under schemes where no link can live.
+    ArgList args(stringArray(
+        {3, 3},
+        {tree.upath("latest"), tree.upath("data/measurements.csv"), tree.upath("raw"), std::nullopt,
+         tree.upath("dangling"), tree.upath("no/such/path"), fl::ustring(u"https://example.org/a"),
+         fl::ustring(u"mem://root/none"), fl::ustring(u"mem://[broken")}));
+    OutputSlots out(2);
+    isSymlink(2, out, args);
+    EXPECT_EQ(dimsOf(out[0]), (Dims{3, 3}));
+    EXPECT_EQ(logicalsOf(out[0]),
+              (std::vector<bool>{true, false, true, false, true, false, false, false, false}));
+    EXPECT_EQ(dimsOf(out[1]), (Dims{3, 3}));
+    const std::vector<StringElement> expected{
+        fileIRI(tree.path("data/measurements.csv")), u"", fileIRI(tree.path("data/raw")), u"",
+        // A dangling link's target cannot be found: the element stays as created.
+        u"", u"", u"", u"", u""};
+    EXPECT_EQ(stringsOf(out[1]), expected);
+}
+
+// Relative names are taken from the current folder; a loop cannot be followed, yet it is a
+// link, its target text its own (empty) resolved form; a link named by a URL answers with
+// the local path of its target. Only the results asked for are filled, the first always.
+TEST_F(IsSymlink, CellsRelativeNamesAndURLs) {
+    InFolder here(tree.path("data"));
+    ArgList args(cellArray({5, 1}, arrays(charRow(u"../latest"), charRow(u"measurements.csv"),
+                                          charRow(fileIRI(tree.path("raw"))),
+                                          charRow(tree.upath("loop-a")), charEmpty())));
+    OutputSlots out(2);
+    isSymlink(2, out, args);
+    EXPECT_EQ(dimsOf(out[0]), (Dims{5, 1}));
+    EXPECT_EQ(logicalsOf(out[0]), (std::vector<bool>{true, false, true, true, false}));
+    EXPECT_EQ(dimsOf(out[1]), (Dims{5, 1}));
+    EXPECT_EQ(stringsOf(out[1]),
+              (std::vector<StringElement>{fileIRI(tree.path("data/measurements.csv")), u"",
+                                          u16(tree.path("data/raw")), u"", u""}));
+    OutputSlots one(2);
+    isSymlink(1, one, ArgList(charRow(tree.upath("latest"))));
+    EXPECT_EQ(dimsOf(one[0]), (Dims{1, 1}));
+    EXPECT_EQ(logicalsOf(one[0]), std::vector<bool>{true});
+    EXPECT_EQ(one[1], nullptr);
+    OutputSlots implicit(2);
+    isSymlink(0, implicit, ArgList(charRow(tree.upath("data"))));
+    EXPECT_EQ(logicalsOf(implicit[0]), std::vector<bool>{false});
+    EXPECT_EQ(implicit[1], nullptr);
+}
+
+TEST_F(IsSymlink, EmptyInputsGiveEmptyResultsOfTheirShape) {
+    OutputSlots empty(2);
+    isSymlink(2, empty, ArgList(stringArray({0, 0}, {})));
+    EXPECT_EQ(dimsOf(empty[0]), (Dims{0, 0}));
+    EXPECT_EQ(dimsOf(empty[1]), (Dims{0, 0}));
+    EXPECT_EQ(vqGetClassID(empty[0]), vqLOGICAL_CLASS);
+    OutputSlots cells(2);
+    isSymlink(2, cells, ArgList(cellArray({1, 0}, {})));
+    EXPECT_EQ(dimsOf(cells[0]), (Dims{1, 0}));
+    EXPECT_EQ(dimsOf(cells[1]), (Dims{1, 0}));
+}
+
+TEST_F(IsSymlink, WrongKindsOfArgumentNameTheInput) {
+    const fl::ustring inputName = quorin::gateway::inputPathName();
+    expectRefused(call<&isSymlinkFcn>, arrays(charMatrix({u"ab", u"cd"}), doubleScalar(3)),
+                  "QUORIN:string:MustBeCharCellArrayOrString", {inputName});
+    expectRefused(call<&isSymlinkFcn>,
+                  arrays(cellRow(charRow(tree.upath("latest")), doubleScalar(1)),
+                         cellRow(charMatrix({u"ab", u"cd"}))),
+                  "QUORIN:string:MustBeCellArrayOfStrings", {inputName});
+}
+
+class MkSymlink : public LiveArrayTest {
+protected:
+    TempTree tree;
+};
+
+// Targets are checked from the current folder and stored as typed, so a relative one is
+// read from the link's own folder; a relative link is made in the current folder; missing
+// parents are made; a link there already, dangling or not, is replaced when the rule,
+// completed from an unambiguous prefix, says so.
+TEST_F(MkSymlink, MakesLinksStoringTheTargetAsTyped) {
+    tree.makeFile("data/raw/measurements.csv", "a,b\n");
+    tree.makeFile("data/summary.parquet", "PAR1");
+    tree.makeFolder("views");
+    tree.makeLink("old.txt", "current");
+    tree.makeLink("vanished.txt", "stale");
+    InFolder here(tree.path("views"));
+    struct Row {
+        std::vector<fl::ustring> args;
+        const char* made;
+    };
+    const fl::ustring summary = tree.upath("data/summary.parquet");
+    const std::vector<Row> rows = {
+        {{tree.upath("latest.csv"), tree.upath("data/raw/measurements.csv")}, "latest.csv"},
+        {{tree.upath("raw"), tree.upath("data/raw")}, "raw"},
+        {{u"short", summary}, "views/short"},
+        {{tree.upath("shortcuts/2024/raw-data"), tree.upath("data/raw")},
+         "shortcuts/2024/raw-data"},
+        {{tree.upath("views/summary"), u"../data/summary.parquet"}, "views/summary"},
+        {{tree.upath("links/data"), fileIRI(tree.path("data/summary.parquet"))}, "links/data"},
+        {{tree.upath("current"), summary, u"repl", u"OVER"}, "current"},
+        {{tree.upath("stale"), summary, u"ReplacementRule", u"overwrite"}, "stale"},
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(rows[i].made);
+        mkSymlink(texts(rows[i].args, i % 2 == 1));
+        EXPECT_EQ(linkText(tree.path(rows[i].made)), u8(rows[i].args[1]));
+    }
+    EXPECT_TRUE(fs::is_regular_file(tree.path("raw/measurements.csv")));
+    EXPECT_TRUE(fs::is_regular_file(tree.path("views/summary")));
+}
+
+// Every refusal leaves the tree as it was. A missing target wins over a taken link name;
+// an existing link is kept without the overwrite rule, a file always.
+TEST_F(MkSymlink, RefusalsNameTheirArgumentAndChangeNothing) {
+    foundation::storage::provider::resetMemStorage();
+    OutputSlots made;
+    mkFileFcn(0, made.data(), 1, ArgList(charRow(u"mem://root/remote.txt")).data());
+    tree.makeFile("t.txt");
+    tree.makeFile("occupied.txt", "precious");
+    tree.makeFile("data/x");
+    tree.makeLink("t.txt", "link");
+    tree.makeLink("gone", "dangling");
+    tree.makeLink("t.txt", "existing");
+    InFolder here(tree.root());
+    const auto before = tree.snapshot();
+
+    const fl::ustring t = tree.upath("t.txt");
+    const fl::ustring l = tree.upath("l");
+    const fl::ustring link = tree.upath("link");
+    const fl::ustring dangling = tree.upath("dangling");
+    const fl::ustring missing = tree.upath("no/such/target");
+    const fl::ustring occupied = tree.upath("occupied.txt");
+    const fl::ustring existingURL = fileIRI(tree.path("existing"));
+    const fl::ustring https = u"https://example.org/data.csv";
+    const char* kAlreadyExists = "QUORIN:virtualfilesystem:resourceAlreadyExists";
+    const char* kNotLocal = "QUORIN:virtualfileio:localtoremote:notLocalSymlink";
+    struct Row {
+        std::vector<fl::ustring> args;
+        const char* id;
+        std::vector<resource_core::MessageArg> expected;
+    };
+    const std::vector<Row> rows = {
+        {{link, missing}, kTargetNotFound, {missing}},
+        {{l, missing, u"ReplacementRule", u"overwrite"}, kTargetNotFound, {missing}},
+        {{l, dangling}, kTargetNotFound, {dangling}},  // a dangling link is no target
+        {{link, t}, kFileExists, {link}},
+        {{dangling, t, u"ReplacementRule", u"preserve"}, kFileExists, {dangling}},
+        {{occupied, t, u"ReplacementRule", u"preserve"}, kAlreadyExists, {occupied}},
+        {{occupied, t, u"ReplacementRule", u"overwrite"}, kAlreadyExists, {occupied}},
+        // The failure is located at the link; a link whose location contains the target
+        // text is reported under the target.
+        {{tree.upath("data/x"), u"data"}, kAlreadyExists, {u"data"}},
+        {{l, u"mem://root/remote.txt"}, kNotLocal, {}},
+        {{u"mem://root/remote.txt", t, u"ReplacementRule", u"overwrite"}, kNotLocal, {}},
+        // A scheme that nothing serves names the target, whichever path carried it.
+        {{u"https://example.org/l", t}, "QUORIN:virtualfileio:path:invalidIRI", {t}},
+        {{l, https}, "QUORIN:virtualfileio:path:invalidIRI", {https}},
+        // A URL link is taken in its resolved form, which a name not yet there lacks: the
+        // empty IRI is an invalid name, reported under the target. An existing link named
+        // by URL is no local name for the existing-link test, so the taken name is refused
+        // whatever the rule says.
+        {{fileIRI(tree.path("new-link")), t}, "QUORIN:io:filesystem:symlink:InvalidFilename", {t}},
+        {{existingURL, t, u"ReplacementRule", u"overwrite"}, kAlreadyExists, {existingURL}},
+        {{l, t, u"ReplacementRule"},
+         "QUORIN:io:filesystem:common:NoValueSpecified",
+         {u"ReplacementRule"}},
+        {{l, t, u"Rule", u"overwrite"},
+         "QUORIN:io:filesystem:core:InvalidReplacementRuleName",
+         {u"Rule"}},
+        {{l, t, u"ReplacementRule", u"sometimes"},
+         "QUORIN:io:filesystem:core:InvalidReplacementRuleValue",
+         {u"sometimes"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(u8(row.args[0] + u" -> " + row.args[1]));
+        EXPECT_IDENTIFIED_ERROR(mkSymlink(texts(row.args)), row.id, row.expected);
+    }
+    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(doubleScalar(1), doubleScalar(2))),
+                            "QUORIN:string:MustBeStringScalarOrCharacterVector");
+    EXPECT_IDENTIFIED_ERROR(mkSymlink(ArgList(charRow(l), missingString())),
+                            "QUORIN:string:MissingNotSupported");
+    EXPECT_EQ(tree.snapshot(), before);
+    foundation::storage::provider::resetMemStorage();
+}
+
+TEST(CreateWindowsShortcut, AlwaysRefusesWithoutLookingAtArguments) {
+    LiveArrayGuard guard;
+    OutputSlots out(3);
+    EXPECT_IDENTIFIED_ERROR(createWindowsShortcutFcn(0, out.data(), 0, nullptr),
+                            "QUORIN:io:filesystem:symlink:NotSupportedOnPosix");
+    ArgList args(doubleScalar(1), charRow(u"/tmp/x.lnk"), cellRow(), doubleScalar(3));
+    EXPECT_IDENTIFIED_ERROR(createWindowsShortcutFcn(3, out.data(), args.count(), args.data()),
+                            "QUORIN:io:filesystem:symlink:NotSupportedOnPosix");
+    EXPECT_EQ(out[0], nullptr);
+}
+
+class Makers : public LiveArrayTest {
+protected:
+    TempTree tree;
+};
+
+// Permission bits bind an unprivileged process: a folder that cannot be written refuses
+// both makers, for a name in it and for a parent still to be made there; a link in a
+// folder that cannot be searched is no link.
+TEST_F(Makers, PermissionsAreObeyed) {
+    tree.makeFile("target.txt");
+    tree.makeLink("target.txt", "latest");
+    tree.makeFolder("locked");
+    tree.makeFolder("closed");
+    tree.makeLink("../target.txt", "closed/inside");
+    if (runningAsRoot()) {
+        const auto ids = unprivilegedIds();
+        tree.handTo(ids.uid, ids.gid);
+    }
+    tree.setMode("locked", 0555);
+    tree.setMode("closed", 0);
+    const auto before = tree.snapshot();
+    const char* kDenied = "QUORIN:virtualfilesystem:permissionDenied";
+    const fl::ustring file = tree.upath("locked/new.txt");
+    const fl::ustring nestedFile = tree.upath("locked/sub/new.txt");
+    const fl::ustring link = tree.upath("locked/link");
+    const fl::ustring nestedLink = tree.upath("locked/deeper/link");
+    const fl::ustring target = tree.upath("target.txt");
+    const fl::ustring inside = tree.upath("closed/inside");
+    const fl::ustring latest = tree.upath("latest");
+    runUnprivileged([&] {
+        OutputSlots out(3);
+        const ArgList fileArgs(charRow(file));
+        EXPECT_IDENTIFIED_ERROR(mkFileFcn(0, out.data(), 1, fileArgs.data()), kDenied, file);
+        const ArgList nestedArgs(charRow(nestedFile));
+        mkFileFcn(3, out.data(), 1, nestedArgs.data());
+        EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{false});
+        EXPECT_EQ(stringsOf(out[2]), std::vector<StringElement>{u16(std::string(kDenied))});
+        EXPECT_IDENTIFIED_ERROR(mkSymlink(texts({link, target})), kDenied, link);
+        EXPECT_IDENTIFIED_ERROR(mkSymlink(texts({nestedLink, target})), kDenied, nestedLink);
+        OutputSlots links(2);
+        isSymlink(2, links, ArgList(cellRow(charRow(inside), charRow(latest))));
+        EXPECT_EQ(logicalsOf(links[0]), (std::vector<bool>{false, true}));
+    });
+    EXPECT_EQ(tree.snapshot(), before);
+}
+
+TEST_F(Makers, CountsAreCheckedBeforeAnyArgument) {
+    // mkSymlinkFcn returns nothing: any result asked for is one too many.
+    expectCountErrors({
+        {"isSymlink", call<&isSymlinkFcn>, 3, 1, "QUORIN:TooManyOutputs"},
+        {"isSymlink", call<&isSymlinkFcn>, 1, 2, "QUORIN:TooManyInputs"},
+        {"isSymlink", call<&isSymlinkFcn>, 1, 0, "QUORIN:NotEnoughInputs"},
+        {"mkFile", call<&mkFileFcn>, 4, 1, "QUORIN:TooManyOutputs"},
+        {"mkFile", call<&mkFileFcn>, 1, 4, "QUORIN:TooManyInputs"},
+        {"mkFile", call<&mkFileFcn>, 1, 0, "QUORIN:NotEnoughInputs"},
+        {"mkSymlink", call<&mkSymlinkFcn>, 1, 2, "QUORIN:TooManyOutputs"},
+        {"mkSymlink", call<&mkSymlinkFcn>, 0, 1, "QUORIN:NotEnoughInputs"},
+        {"mkSymlink", call<&mkSymlinkFcn>, 0, 5, "QUORIN:TooManyInputs"},
+    });
+}
+
+}  // namespace
+}  // namespace zkfs::test::create
