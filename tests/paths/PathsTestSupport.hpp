@@ -84,16 +84,15 @@ inline bool logicalField(const vqArray* s, std::size_t i, const char* name) {
 
 // One call that must fail with `id` and exactly `expected` as its arguments.
 struct ErrorRow {
-    std::string what;
+    const char* what;
     std::vector<Make> args;
     const char* id;
     std::vector<resource_core::MessageArg> expected = {};
-    int outputs = 1;
 };
 inline void expectErrors(GatewayFunction* gateway, const std::vector<ErrorRow>& rows) {
     for (const ErrorRow& row : rows) {
         SCOPED_TRACE(row.what);
-        EXPECT_IDENTIFIED_ERROR(call(gateway, build(row.args), row.outputs), row.id, row.expected);
+        EXPECT_IDENTIFIED_ERROR(call(gateway, build(row.args)), row.id, row.expected);
     }
 }
 
