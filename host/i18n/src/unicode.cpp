@@ -39,36 +39,44 @@ std::size_t sequenceLength(std::string_view s, std::size_t i, char32_t& cp) {
 }  // namespace
 
 void append_ustring(ustring& out, std::string_view utf8) {
-    out.reserve(out.size() + utf8.size());
+    // Widen in place: ASCII runs (nearly every path) become one resize and a plain loop
+    // the compiler vectorises; the result never has more units than the input has bytes.
+    const std::size_t base = out.size();
+    out.resize(base + utf8.size());
+    char16_t* dst = out.data() + base;
     std::size_t i = 0;
     while (i < utf8.size()) {
         const auto b0 = static_cast<unsigned char>(utf8[i]);
         if (b0 < 0x80) {
-            out.push_back(static_cast<char16_t>(b0));
+            *dst++ = static_cast<char16_t>(b0);
             ++i;
             continue;
         }
         char32_t cp = 0;
         const std::size_t n = sequenceLength(utf8, i, cp);
         if (n == 0) {
-            out.push_back(static_cast<char16_t>(kEscapeBase + b0));
+            *dst++ = static_cast<char16_t>(kEscapeBase + b0);
             ++i;
             continue;
         }
         if (cp >= 0x10000) {
             cp -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+            *dst++ = static_cast<char16_t>(0xD800 + (cp >> 10));
+            *dst++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
         } else {
-            out.push_back(static_cast<char16_t>(cp));
+            *dst++ = static_cast<char16_t>(cp);
         }
         i += n;
     }
+    out.resize(static_cast<std::size_t>(dst - out.data()));
 }
 
 void append_utf8(std::string& out, ustring_view text) {
-    out.reserve(out.size() + text.size());
-    auto put = [&out](unsigned v) { out.push_back(static_cast<char>(static_cast<unsigned char>(v))); };
+    // At most three bytes per unit (a surrogate pair is four bytes for two units).
+    const std::size_t base = out.size();
+    out.resize(base + 3 * text.size());
+    char* dst = out.data() + base;
+    auto put = [&dst](unsigned v) { *dst++ = static_cast<char>(static_cast<unsigned char>(v)); };
     for (std::size_t i = 0; i < text.size(); ++i) {
         char32_t cp = text[i];
         if (cp < 0x80) {
@@ -99,6 +107,7 @@ void append_utf8(std::string& out, ustring_view text) {
             put(0x80U | static_cast<unsigned>(cp & 0x3F));
         }
     }
+    out.resize(static_cast<std::size_t>(dst - out.data()));
 }
 
 ustring to_ustring(std::string_view utf8) {
