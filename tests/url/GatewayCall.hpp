@@ -1,7 +1,7 @@
 #pragma once
-// Calling a gateway as the host does: owned arguments, fresh result slots. The slots
-// are handed back so a test can check both what was stored and what was not. Also the
-// tables every text built-in shares: count errors and refused arguments.
+// Calling a gateway as the host does (owned arguments, fresh result slots, so a test can
+// check both what was stored and what was not), and the tables every built-in shares:
+// count errors and refused arguments.
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 
@@ -20,18 +20,13 @@
 
 namespace zkfs::test {
 
-template <class Gateway>
-void callGateway(Gateway gateway, int outCount, OutputSlots& out, const ArgList& args) {
-    // relativepath takes a non-const outer pointer; every gateway accepts this copy.
-    std::vector<const vqArray*> pointers(args.data(), args.data() + args.count());
-    gateway(outCount, out.data(), args.count(), pointers.data());
-}
-
-// Every gateway as one function type, for tables: call<&relativepath>.
+// Every gateway as one function type, for tables: call<&relativepath>. relativepath takes
+// a non-const outer pointer; every gateway accepts this copy.
 using Call = void (*)(int, OutputSlots&, const ArgList&);
 template <auto Gateway>
 void call(int outCount, OutputSlots& out, const ArgList& args) {
-    callGateway(Gateway, outCount, out, args);
+    std::vector<const vqArray*> pointers(args.data(), args.data() + args.count());
+    Gateway(outCount, out.data(), args.count(), pointers.data());
 }
 
 // Calls with no output asked for (the first slot is filled all the same) and hands back
@@ -65,15 +60,11 @@ std::vector<unique_vqarray_ptr> arrays(A&&... a) {
     return v;
 }
 
-// "char 2x3": names a table row by its argument.
+// "char 2x3": names a table row by its argument (trailing dimensions folded).
 inline std::string kindOf(const vqArray* a) {
     if (a == nullptr) return "null";
-    std::string kind = vqGetClassName(a);
-    const Dims dims = dimsOf(a);
-    for (std::size_t i = 0; i < dims.size(); ++i) {
-        kind += (i == 0 ? " " : "x") + std::to_string(dims[i]);
-    }
-    return kind;
+    return std::string(vqGetClassName(a)) + " " + std::to_string(vqGetM(a)) + "x" +
+           std::to_string(vqGetN(a));
 }
 
 // Counts are judged before any argument: the arguments are all numbers.
