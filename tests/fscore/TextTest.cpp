@@ -1,22 +1,33 @@
-// Text analysis without the file system: path and URL components per convention,
-// relative locations, and the "ReplacementRule" option.
+// Everything of the core that needs no file system: path and URL components per
+// convention, relative locations, the "ReplacementRule" option, captured-error texts, the
+// catalog entries of the core's identifiers, and the logger.
+#include "quorin/io/filesystem/core/Errors.hpp"
+#include "quorin/io/filesystem/core/Identifiers.hpp"
+#include "quorin/io/filesystem/core/Log.hpp"
 #include "quorin/io/filesystem/core/PathComponents.hpp"
 #include "quorin/io/filesystem/core/RelativePath.hpp"
 #include "quorin/io/filesystem/core/ReplacementRule.hpp"
 #include "zkfs/test/Errors.hpp"
 
+#include "fl/i18n/MessageCatalog.hpp"
+#include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 
+#include <boost/exception_ptr.hpp>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
+#include <tuple>
+#include <utility>
 
 namespace core = quorin::io::filesystem::core;
+namespace ids = QUORIN::io::filesystem::core;
 namespace vfs = foundation::storage::vfs;
 using core::FileSystemType;
+using foundation::core::except::Exception;
 
 namespace {
 
@@ -31,25 +42,19 @@ fl::ustring summary(const core::PathComponents& c) {
     return s;
 }
 
-struct Route {
-    const char16_t* source;
-    const char16_t* destination;
-    const char16_t* expected;  // the answer, or the text named by the error
-};
+// Source, destination, and the answer or the text named by the error.
+using Route = std::tuple<const char16_t*, const char16_t*, const char16_t*>;
 std::string describe(const Route& r) {
-    return fl::i18n::to_utf8(r.source) + " -> " + fl::i18n::to_utf8(r.destination);
+    return fl::i18n::to_utf8(std::get<0>(r)) + " -> " + fl::i18n::to_utf8(std::get<1>(r));
 }
 
 const char* const Name = "QUORIN:io:filesystem:core:InvalidReplacementRuleName";
 const char* const Value = "QUORIN:io:filesystem:core:InvalidReplacementRuleValue";
 const char* const Ambiguous = "QUORIN:io:filesystem:core:AmbiguousReplacementRuleValue";
 
-struct Rule {
-    const char16_t* name;
-    const char16_t* value;
-    const char* error;     // nullptr: accepted
-    const char16_t* text;  // the canonical value, or the error's argument
-};
+// Name, value, the identifier of the error (nullptr: accepted), and the canonical value or
+// the error's argument.
+using Rule = std::tuple<const char16_t*, const char16_t*, const char*, const char16_t*>;
 
 }  // namespace
 
@@ -186,7 +191,8 @@ TEST(RelativePath, LocalPathsAndIRIs) {
     };
     for (const Route& r : rows) {
         SCOPED_TRACE(describe(r));
-        EXPECT_EQ(core::relative_path(r.source, r.destination), fl::ustring(r.expected));
+        const auto& [source, destination, expected] = r;
+        EXPECT_EQ(core::relative_path(source, destination), fl::ustring(expected));
     }
 }
 
@@ -207,15 +213,16 @@ TEST(RelativePath, InvalidLocationsSourceFirstAndNoCommonRoot) {
     };
     for (const Route& r : rows) {
         SCOPED_TRACE(describe(r));
-        if (r.expected == nullptr) {
-            EXPECT_THROW(core::relative_path(r.source, r.destination), std::invalid_argument);
+        const auto& [source, destination, bad] = r;
+        if (bad == nullptr) {
+            EXPECT_THROW(core::relative_path(source, destination), std::invalid_argument);
             continue;
         }
         try {
-            (void)core::relative_path(r.source, r.destination);
+            (void)core::relative_path(source, destination);
             ADD_FAILURE() << "no exception";
         } catch (const vfs::InvalidIRIException& e) {
-            EXPECT_EQ(e.getInvalidIRIString(), fl::ustring(r.expected));
+            EXPECT_EQ(e.getInvalidIRIString(), fl::ustring(bad));
         }
     }
 }
@@ -236,20 +243,20 @@ TEST(ReplacementRule, WholeWordsInAnyCaseOnlyAndFailuresLeaveTheTextsAlone) {
         // Folding is ASCII only: a dotless capital I is no "i".
         {u"ReplacementRule", u"overwr\u0130te", Value, u"overwr\u0130te"},
     };
-    for (const Rule& r : rows) {
-        SCOPED_TRACE(fl::i18n::to_utf8(r.name) + "=" + fl::i18n::to_utf8(r.value));
-        fl::ustring name = r.name;
-        fl::ustring value = r.value;
-        if (r.error == nullptr) {
+    for (const auto& [givenName, givenValue, error, text] : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(givenName) + "=" + fl::i18n::to_utf8(givenValue));
+        fl::ustring name = givenName;
+        fl::ustring value = givenValue;
+        if (error == nullptr) {
             core::validateReplacementRuleName(name, value);
             EXPECT_EQ(name, u"ReplacementRule");
-            EXPECT_EQ(value, fl::ustring(r.text));
+            EXPECT_EQ(value, fl::ustring(text));
             continue;
         }
-        EXPECT_IDENTIFIED_ERROR(core::validateReplacementRuleName(name, value), r.error,
-                                fl::ustring(r.text));
-        EXPECT_EQ(name, fl::ustring(r.name));
-        EXPECT_EQ(value, fl::ustring(r.value));
+        EXPECT_IDENTIFIED_ERROR(core::validateReplacementRuleName(name, value), error,
+                                fl::ustring(text));
+        EXPECT_EQ(name, fl::ustring(givenName));
+        EXPECT_EQ(value, fl::ustring(givenValue));
     }
 }
 
@@ -266,17 +273,87 @@ TEST(ReplacementRule, CompletionAcceptsUnambiguousPrefixesOnly) {
         {u"Repl", u"x", Value, u"x"},
         {u"Repl", u"", Ambiguous, u""},
     };
-    for (const Rule& r : rows) {
-        SCOPED_TRACE(fl::i18n::to_utf8(r.name) + "=" + fl::i18n::to_utf8(r.value));
-        if (r.error == nullptr) {
-            const auto [name, value] =
-                core::validateAndCompleteReplacementRuleNameAndValue(r.name, r.value);
-            EXPECT_EQ(name, u"ReplacementRule");
-            EXPECT_EQ(value, fl::ustring(r.text));
+    for (const auto& [givenName, givenValue, error, text] : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(givenName) + "=" + fl::i18n::to_utf8(givenValue));
+        if (error == nullptr) {
+            EXPECT_EQ(core::validateAndCompleteReplacementRuleNameAndValue(givenName, givenValue),
+                      std::make_pair(fl::ustring(u"ReplacementRule"), fl::ustring(text)));
             continue;
         }
         EXPECT_IDENTIFIED_ERROR(
-            core::validateAndCompleteReplacementRuleNameAndValue(r.name, r.value), r.error,
-            fl::ustring(r.text));
+            core::validateAndCompleteReplacementRuleNameAndValue(givenName, givenValue), error,
+            fl::ustring(text));
+    }
+}
+
+TEST(CapturedErrors, IdentifierAndTextOfEachKindOfErrorInEitherPointer) {
+    const fl::i18n::ZkLocale saved = fl::i18n::ZkLocale::global();
+    fl::i18n::ZkLocale::global(fl::i18n::ZkLocale("en_US.UTF-8"));
+    const auto invalid = std::make_exception_ptr(Exception<ids::InvalidReplacementRuleValue>(
+        ids::InvalidReplacementRuleValue(u"sometimes")));
+    const std::tuple<std::exception_ptr, const char*, const char16_t*> rows[] = {
+        {invalid, Value,
+         u"'sometimes' is not a valid value for 'ReplacementRule'. Use 'overwrite' or "
+         u"'preserve'."},
+        {std::make_exception_ptr(std::runtime_error("disk on fire")), "", u"disk on fire"},
+        {std::make_exception_ptr(42), "", u""},
+        {std::exception_ptr(), "", u""},
+    };
+    for (const auto& [error, id, text] : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(text));
+        EXPECT_EQ(core::detail::GetID(error), id);
+        EXPECT_EQ(core::detail::GetUnicodeMessageTxt(error), text);
+        // Boost wraps a std::exception_ptr, and only inside the handler (it reads
+        // std::current_exception() itself); that is how the host's errors travel in one.
+        boost::exception_ptr wrapped;
+        try {
+            if (error) std::rethrow_exception(error);
+        } catch (...) {
+            wrapped = boost::exception_ptr(std::current_exception());
+        }
+        EXPECT_EQ(core::detail::GetID(wrapped), id);
+        EXPECT_EQ(core::detail::GetUnicodeMessageTxt(wrapped), text);
+    }
+    // The text follows the caller's catalog language.
+    fl::i18n::ZkLocale::global(fl::i18n::ZkLocale("de_DE.UTF-8"));
+    EXPECT_NE(core::detail::GetUnicodeMessageTxt(invalid).find(u"ist kein gültiger Wert"),
+              fl::ustring::npos);
+    fl::i18n::ZkLocale::global(saved);
+    try {
+        std::rethrow_exception(invalid);
+    } catch (const foundation::core::except::IMsgIDException& e) {
+        EXPECT_EQ(core::detail::GetID(e), Value);
+    }
+}
+
+TEST(Catalog, EveryCoreIdentifierHasAnEnglishTextWithItsHoles) {
+    const resource_core::BaseMsgID all[] = {
+        ids::InvalidReplacementRuleName(u"n"),
+        ids::InvalidReplacementRuleValue(u"v"),
+        ids::AmbiguousReplacementRuleValue(u"v"),
+        ids::InvalidURLPort(u"u"),
+    };
+    for (const auto& id : all) {
+        const std::string identifier = foundation::core::except::IMsgIDException::get_error_id(id);
+        SCOPED_TRACE(identifier);
+        const auto text = fl::i18n::MessageCatalog::find_text(identifier, "en");
+        ASSERT_TRUE(text.has_value());
+        EXPECT_EQ(fl::i18n::MessageCatalog::hole_count(*text), id.getArgs().size());
+    }
+}
+
+TEST(Logger, RecordsReachStandardErrorOnlyWhenDebugLoggingIsOn) {
+    auto& logger = core::log::getLogger();
+    for (const bool on : {false, true, false}) {
+        SCOPED_TRACE(on ? "on" : "off");
+        core::log::setDebugLogging(on);
+        EXPECT_EQ(core::log::isDebugLoggingEnabled(), on);
+        ::testing::internal::CaptureStderr();
+        BOOST_LOG_SEV(logger, boost::log::trivial::debug) << "debug-marker";
+        BOOST_LOG_SEV(core::log::getLogger(), boost::log::trivial::error) << "error-marker";
+        const std::string written = ::testing::internal::GetCapturedStderr();
+        EXPECT_EQ(written.find("debug-marker") != std::string::npos, on) << written;
+        EXPECT_EQ(written.find("error-marker") != std::string::npos, on) << written;
+        EXPECT_EQ(written.find("debug") != std::string::npos, on) << written;
     }
 }
