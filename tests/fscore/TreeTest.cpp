@@ -30,7 +30,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace core = quorin::io::filesystem::core;
 namespace vfs = foundation::storage::vfs;
@@ -45,10 +44,11 @@ core::ResolvePathOptions options(bool follow, bool localFromFile = false, bool c
 }
 const core::ResolvePathOptions off = options(false), follow = options(true);
 
+// The input and its options as "follow local cased" bits.
 std::string describe(const fl::ustring& input, const core::ResolvePathOptions& o) {
-    return fl::i18n::to_utf8(input) + " follow=" + std::to_string(o.ResolveSymbolicLinks) +
-           " local=" + std::to_string(o.LocalPathFromFileScheme) +
-           " cased=" + std::to_string(o.CaseCorrectAndResolveOnWindows);
+    return fl::i18n::to_utf8(input) + " options " + std::to_string(o.ResolveSymbolicLinks) +
+           std::to_string(o.LocalPathFromFileScheme) +
+           std::to_string(o.CaseCorrectAndResolveOnWindows);
 }
 
 // "type rw size dated" of a result: "-" for a missing right; "undated" for not-a-date-time.
@@ -59,13 +59,6 @@ std::string attributesOf(const core::ResolvePathResultWithAttributes& a) {
            (a.lastModified.is_not_a_date_time() ? " undated"
             : a.lastModified.is_special()       ? " special"
                                                 : " dated");
-}
-
-std::string readLink(const std::filesystem::path& p) {
-    char buffer[4096];
-    const ssize_t n = ::readlink(p.c_str(), buffer, sizeof buffer);
-    return n < 0 ? std::string("<") + std::strerror(errno) + ">"
-                 : std::string(buffer, static_cast<std::size_t>(n));
 }
 
 // The call throws a storage error with this code, located at `where` unless that is empty,
@@ -146,7 +139,6 @@ TEST_F(ResolvePath, WhatAPathNamesPerOption) {
         {at("dir/linkToFolder/../f.txt"), follow, at("dir/f.txt"), File},
         // Names that only look like "..", or like the kernel's mark for a removed file.
         {at("dir/sub/../..x"), follow, at("dir/..x"), File},
-        {at("dir/..x"), follow, at("dir/..x"), File},
         {at("dir/x (deleted)"), follow, at("dir/x (deleted)"), File},
         {at("dir/\xff\xfe-name.txt"), follow, at("dir/\xff\xfe-name.txt"), File},
         // Relative paths are made absolute and cleaned; ".." stays, it may follow a link.
@@ -365,7 +357,7 @@ TEST_F(Links, TheTargetIsStoredExactlyAsGiven) {
         SCOPED_TRACE(target);
         const std::string link = "dir/link-" + std::to_string(&target - targets);
         core::createSymbolicLink(fl::i18n::to_ustring(target), at(link.c_str()));
-        EXPECT_EQ(readLink(tree.path(link)), target);
+        EXPECT_EQ(std::filesystem::read_symlink(tree.path(link)).native(), target);
     }
     // A relative target is read from the link's folder.
     EXPECT_TRUE(std::filesystem::is_regular_file(tree.path("dir/link-0")));
