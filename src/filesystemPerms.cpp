@@ -544,11 +544,10 @@ struct Walk {
         if (failure) failures.push_back(std::move(*failure));
     }
 
-    // A listing or classification that failed: with no output it ends the walk as the
-    // storage error it is; with one, it becomes a failure of that path and the walk goes on.
+    // A listing or classification that failed becomes a failure of that path and the walk
+    // goes on; only a failed permission call ends a walk that has no output to report to.
     void recordCaught(FailureList& failures, const fl::ustring& path) const {
         logCaughtException();
-        if (outCount == 0) throw;
         failures.emplace_back(path, reasonOfCurrentException());
     }
 };

@@ -163,6 +163,19 @@ TEST_F(PermsWalkTest, WithoutAnOutputTheFirstFailureThrowsAndNothingChanges) {
     EXPECT_EQ(tree.snapshot(), before);
 }
 
+TEST_F(PermsWalkTest, WithoutAnOutputAListingThatFailsDoesNotEndTheWalk) {
+    handToUnprivileged();
+    tree.setMode("sub1", 0);  // the recursive listing cannot enter it
+    tree.setMode("", 0700);
+    const fl::ustring root = tree.upath("");
+    runUnprivileged([&] {
+        EXPECT_NO_THROW(
+            modifyPermsNoOut(root, u"Folder", request({{"Readable", false}}), u"all"));
+    });
+    // The folder itself is still changed last.
+    EXPECT_EQ(tree.mode(""), 0300U);
+}
+
 TEST_F(PermsWalkTest, RemovingReadRecursivelyStillReachesEveryEntry) {
     handToUnprivileged();
     const fl::ustring root = tree.upath("");
