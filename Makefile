@@ -17,8 +17,18 @@ configure: deps
 build: configure
 	@cmake --build --preset $(PRESET) -j $(JOBS)
 
+# The suite runs twice: the chosen preset, then an AddressSanitizer + UBSan build with
+# leak checking (skip the second with SANITIZE=0).
+SANITIZE ?= 1
 test: build
 	@ctest --preset $(PRESET)
+ifeq ($(SANITIZE),1)
+ifneq ($(PRESET),dev)
+	@cmake --preset dev >/dev/null
+	@cmake --build --preset dev -j $(JOBS)
+	@ctest --preset dev
+endif
+endif
 
 demo: build
 	@scripts/demo $(BUILD)
