@@ -586,6 +586,28 @@ void changeEntry(const Walk& walk, FailureList& failures, const fl::ustring& pat
     }
 }
 
+// Changes every entry of a listing that is not a folder, in listing order, and answers
+// the folders' paths (in the same order) for the caller's own order of visiting them.
+std::vector<fl::ustring> changeEntriesButFolders(const Walk& walk,
+                                                 const vfs::FolderListing& listing,
+                                                 FailureList& failures) {
+    std::vector<fl::ustring> folders;
+    for (const auto& entry : listing) {
+        fl::ustring path;
+        try {
+            path = Hexfarrow::PathManagement::GetStringFromIRI(entry.getLocation());
+            if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
+                folders.push_back(std::move(path));
+                continue;
+            }
+            changeEntry(walk, failures, path, existenceOf(entry, walk.storage));
+        } catch (const vfs::StorageException&) {
+            walk.recordCaught(failures, path);
+        }
+    }
+    return folders;
+}
+
 void walkTopDown(const Walk& walk, const fl::ustring& folder, FailureList& failures) {
     // Made readable before it is listed.
     walk.append(failures, changeFolderItself(walk, folder));
@@ -622,21 +644,9 @@ void walkTopDown(const Walk& walk, const fl::ustring& folder, FailureList& failu
 
     // Files of this folder first (one listing read serves both passes), then each
     // subfolder in listing order, which changes itself before it lists.
-    std::vector<fl::ustring> subfolders;
-    for (const auto& entry : listing) {
-        fl::ustring path;
-        try {
-            path = Hexfarrow::PathManagement::GetStringFromIRI(entry.getLocation());
-            if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
-                subfolders.push_back(std::move(path));
-                continue;
-            }
-            changeEntry(walk, failures, path, existenceOf(entry, walk.storage));
-        } catch (const vfs::StorageException&) {
-            walk.recordCaught(failures, path);
-        }
+    for (const auto& sub : changeEntriesButFolders(walk, listing, failures)) {
+        walkTopDown(walk, sub, failures);
     }
-    for (const auto& sub : subfolders) walkTopDown(walk, sub, failures);
 }
 
 }  // namespace
@@ -670,20 +680,7 @@ FailureList setPermissionsForFolderContentsBottomUp(const fl::ustring& folder,
         walk.recordCaught(failures, folder);
     }
 
-    std::vector<fl::ustring> folders;
-    for (const auto& entry : listing) {
-        fl::ustring path;
-        try {
-            path = Hexfarrow::PathManagement::GetStringFromIRI(entry.getLocation());
-            if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
-                folders.push_back(std::move(path));
-                continue;
-            }
-            changeEntry(walk, failures, path, existenceOf(entry, walk.storage));
-        } catch (const vfs::StorageException&) {
-            walk.recordCaught(failures, path);
-        }
-    }
+    const std::vector<fl::ustring> folders = changeEntriesButFolders(walk, listing, failures);
 
     if (scope == u"all" || scope == u"folders") {
         // Deepest first: a folder keeps its read permission until its contents are done.
