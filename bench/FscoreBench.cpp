@@ -1,5 +1,6 @@
 // Filesystem core cases. The data is a list file (one path a line) that bench/run made;
 // its name comes in ZKFS_BENCH_DATA.
+#include "BenchData.hpp"
 #include "quorin/io/filesystem/core/ResolvePath.hpp"
 
 #include "fl/i18n/unicode.hpp"
@@ -13,24 +14,10 @@
 
 namespace {
 
-std::vector<fl::ustring> readPaths(benchmark::State& state) {
-    std::vector<fl::ustring> paths;
-    const char* list = std::getenv("ZKFS_BENCH_DATA");
-    if (list == nullptr || *list == '\0') {
-        state.SkipWithError("ZKFS_BENCH_DATA is not set: run the benchmarks through bench/run");
-        return paths;
-    }
-    std::ifstream in(list);
-    std::string line;
-    while (std::getline(in, line)) paths.push_back(fl::i18n::to_ustring(line));
-    if (paths.empty()) state.SkipWithError("the path list is empty");
-    return paths;
-}
-
 // Every path resolved to its canonical form, as realpath(1) does for the same list; the
 // UTF-16 conversion in and out is part of the cost, as it is for a built-in.
 void BM_ResolvePathCanonical(benchmark::State& state) {
-    const std::vector<fl::ustring> paths = readPaths(state);
+    const std::vector<fl::ustring> paths = zkfs::bench::readLines(state);
     if (paths.empty()) return;
     quorin::io::filesystem::core::ResolvePathOptions options;
     options.ResolveSymbolicLinks = true;

@@ -3,6 +3,7 @@
 // name comes in ZKFS_BENCH_DATA. For relativepath the first line is the source folder.
 // Building the argument array is the host's work and stays outside the timed loop; the
 // result array (and its release) is ours and stays inside.
+#include "BenchData.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 #include "Hexfarrow/String/String.hpp"
@@ -19,46 +20,16 @@
 
 namespace {
 
-std::vector<fl::ustring> readLines(benchmark::State& state) {
-    std::vector<fl::ustring> lines;
-    const char* list = std::getenv("ZKFS_BENCH_DATA");
-    if (list == nullptr || *list == '\0') {
-        state.SkipWithError("ZKFS_BENCH_DATA is not set: run the benchmarks through bench/run");
-        return lines;
-    }
-    std::ifstream in(list);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(fl::i18n::to_ustring(line));
-    if (lines.empty()) state.SkipWithError("the path list is empty");
-    return lines;
-}
-
-// An N-by-1 string array of the texts from `first` on.
-unique_vqarray_ptr stringColumn(const std::vector<fl::ustring>& texts, std::size_t first = 0) {
-    const vqSize dims[] = {texts.size() - first, 1};
-    auto str = Hexfarrow::String::make_String(2, dims);
-    for (std::size_t i = first; i < texts.size(); ++i) str->set(i - first, texts[i]);
-    return Hexfarrow::String::createStringArray(std::move(str));
-}
-
-template <class Gateway>
-void runGateway(benchmark::State& state, Gateway gateway, std::vector<const vqArray*> args,
-                std::size_t elements) {
-    for (auto _ : state) {
-        unique_vqarray_ptr out[1];
-        gateway(1, out, static_cast<int>(args.size()), args.data());
-        benchmark::DoNotOptimize(out[0].get());
-    }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) *
-                            static_cast<std::int64_t>(elements));
-}
+using zkfs::bench::readLines;
+using zkfs::bench::stringColumn;
+using zkfs::bench::timeGateway;
 
 // Peer: os.path.isabs over the same list.
 void BM_IsAbsolutePathNoIO(benchmark::State& state) {
     const auto paths = readLines(state);
     if (paths.empty()) return;
     const unique_vqarray_ptr column = stringColumn(paths);
-    runGateway(state, isAbsolutePathNoIOFcn, {column.get()}, paths.size());
+    timeGateway(state, isAbsolutePathNoIOFcn, {column.get()}, paths.size());
 }
 BENCHMARK(BM_IsAbsolutePathNoIO)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 
@@ -67,7 +38,7 @@ void BM_PathNameLengthValidation(benchmark::State& state) {
     const auto paths = readLines(state);
     if (paths.empty()) return;
     const unique_vqarray_ptr column = stringColumn(paths);
-    runGateway(state, pathNameLengthValidation, {column.get()}, paths.size());
+    timeGateway(state, pathNameLengthValidation, {column.get()}, paths.size());
 }
 BENCHMARK(BM_PathNameLengthValidation)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 
@@ -76,7 +47,7 @@ void BM_CreateFileURL(benchmark::State& state) {
     const auto paths = readLines(state);
     if (paths.empty()) return;
     const unique_vqarray_ptr column = stringColumn(paths);
-    runGateway(state, quorin::io::filesystem::quorin::createFileURL, {column.get()}, paths.size());
+    timeGateway(state, quorin::io::filesystem::quorin::createFileURL, {column.get()}, paths.size());
 }
 BENCHMARK(BM_CreateFileURL)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 
@@ -89,7 +60,7 @@ void BM_RelativePath(benchmark::State& state) {
     }
     const unique_vqarray_ptr source = Hexfarrow::String::createStringArray(lines[0]);
     const unique_vqarray_ptr destinations = stringColumn(lines, 1);
-    runGateway(state, relativepath, {source.get(), destinations.get()}, lines.size() - 1);
+    timeGateway(state, relativepath, {source.get(), destinations.get()}, lines.size() - 1);
 }
 BENCHMARK(BM_RelativePath)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 
