@@ -113,6 +113,15 @@ boost::posix_time::ptime nanosecondsToPtime(std::int64_t ns) {
            boost::posix_time::microseconds(rest / 1000);
 }
 
+// The attributes of a local hit: its target's time and size (0 for a folder) and the
+// caller's access to it.
+void fillAttributes(ResolvePathResultWithAttributes& out, const LocalHit& hit) {
+    out.readable = hit.readable;
+    out.writable = hit.writable;
+    out.lastModified = toPtime(hit.target.st_mtim);
+    out.size = S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
+}
+
 ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
                                                       const ResolvePathOptions& options,
                                                       bool wantAttributes) {
@@ -122,13 +131,7 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
         if (!resolveLocal(path, options, wantAttributes, hit)) return out;
         out.path = fl::i18n::to_ustring(hit.path);
         out.type = hit.type;
-        if (wantAttributes) {
-            out.readable = hit.readable;
-            out.writable = hit.writable;
-            out.lastModified = toPtime(hit.target.st_mtim);
-            out.size =
-                S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
-        }
+        if (wantAttributes) fillAttributes(out, hit);
         return out;
     }
 
@@ -140,13 +143,7 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
         out.path =
             options.LocalPathFromFileScheme ? local : vfs::toAbsoluteIRI(u"file", local).toString();
         out.type = hit.type;
-        if (wantAttributes) {
-            out.readable = hit.readable;
-            out.writable = hit.writable;
-            out.lastModified = toPtime(hit.target.st_mtim);
-            out.size =
-                S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
-        }
+        if (wantAttributes) fillAttributes(out, hit);
         return out;
     }
 
