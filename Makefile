@@ -33,6 +33,13 @@ endif
 demo: build
 	@scripts/demo $(BUILD)
 
+# Every qfs end-to-end case with qfs under valgrind memcheck (scripts/memcheck); always
+# the ci build, since a sanitizer build cannot run under valgrind.
+memcheck: deps
+	@cmake --preset ci >/dev/null
+	@cmake --build --preset ci -j $(JOBS)
+	@scripts/memcheck build/ci
+
 bench: deps
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release -j $(JOBS)

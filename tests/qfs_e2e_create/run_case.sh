@@ -45,8 +45,9 @@ while [ $# -gt 0 ]; do
 done
 
 out="$scratch/out"
+# ZKFS_QFS_LAUNCHER (split into words) runs qfs under a tool such as valgrind.
 status=0
-(cd "$root" && "$qfs" --library "$library" --json --locale en_US.UTF-8 -f "$statements") \
+(cd "$root" && ${ZKFS_QFS_LAUNCHER-} "$qfs" --library "$library" --json --locale en_US.UTF-8 -f "$statements") \
   > "$out" 2>&1 || status=$?
 echo "exit=$status" >> "$out"
 (cd "$root" && find . -mindepth 1 \( -type l -printf 'link %p -> %l\n' \) \

@@ -24,9 +24,10 @@ ln -s gone.csv "$root/dangling"
 printf 'a' > "$root/after-epoch.txt" && touch -m -d @0.0009 "$root/after-epoch.txt"
 printf 'b' > "$root/before-epoch.txt" && touch -m -d @-0.0015 "$root/before-epoch.txt"
 
+# ZKFS_QFS_LAUNCHER (split into words) runs qfs under a tool such as valgrind.
 stmt=$(printf '%s' "$statement" | sed "s|@R@|$root|g")
 status=0
-out=$("$qfs" --library "$library" --json --locale en_US.UTF-8 "$stmt") || status=$?
+out=$(${ZKFS_QFS_LAUNCHER-} "$qfs" --library "$library" --json --locale en_US.UTF-8 "$stmt") || status=$?
 facts=$(printf '%s\n' "$out" | "$python" "$here/flatten.py")
 printf '>> %s\n%s\nexit=%s\n' "$stmt" "$facts" "$status"
 

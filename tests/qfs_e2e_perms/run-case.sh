@@ -16,9 +16,10 @@ ln -s none "$t/d/dangling"
 chmod 640 "$t/d/f"
 chmod 600 "$t/d/s/g"
 chmod 755 "$t/d" "$t/d/s"
+# ZKFS_QFS_LAUNCHER (split into words) runs qfs under a tool such as valgrind.
 for statement in "$@"; do
   statement=$(printf '%s' "$statement" | sed "s|@T@|$t|g")
-  "$qfs" --json --library "$lib" "$statement" | sed "s|$t|@T@|g"
+  ${ZKFS_QFS_LAUNCHER-} "$qfs" --json --library "$lib" "$statement" | sed "s|$t|@T@|g"
 done
 for e in d d/f d/s d/s/g; do
   printf '%s %s\n' "$(stat -c %a "$t/$e")" "$e"

@@ -12,6 +12,7 @@ what the library computes), which is also the current folder of the run.
 
 import json
 import os
+import shlex
 import shutil
 import subprocess
 import sys
@@ -48,7 +49,9 @@ def main():
         # English texts unless a case asks for another locale with --locale.
         env = {k: v for k, v in os.environ.items() if not k.startswith("LC_") and k != "LANG"}
         env["LANG"] = "C.UTF-8"
-        argv = [qfs, "--json", *case.get("options", []), case["statement"]]
+        # ZKFS_QFS_LAUNCHER (split into words) runs qfs under a tool such as valgrind.
+        launcher = shlex.split(os.environ.get("ZKFS_QFS_LAUNCHER", ""))
+        argv = [*launcher, qfs, "--json", *case.get("options", []), case["statement"]]
         run = subprocess.run(argv, cwd=tmp, env=env, capture_output=True, text=True)
         print(f"$ {' '.join(argv)}\n{run.stdout}{run.stderr}")
         lines = [l for l in run.stdout.splitlines() if l.strip()]
