@@ -568,6 +568,42 @@ ExistenceTypeExtended existenceOf(const vfs::ListEntry& entry,
     return ExistenceTypeExtended::File;
 }
 
+// Pre-order, as a recursive listing gives it: a folder's entry, then what it holds. Each
+// folder that refuses its listing becomes a failure of its own, and the walk goes on.
+void listFolderByFolder(const Walk& walk, const vfs::Folder& folder,
+                        std::vector<vfs::ListEntry>& out, FailureList& failures) {
+    const fl::ustring path = Hexfarrow::PathManagement::GetStringFromIRI(folder.getLocation());
+    vfs::FolderListing listing;
+    try {
+        listing = folder.listAll(fl::ustring());
+    } catch (...) {
+        walk.recordCaught(failures, path);
+        return;
+    }
+    for (const auto& entry : listing) {
+        out.push_back(entry);
+        if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
+            listFolderByFolder(walk, vfs::Folder(entry.getLocation(), walk.storage), out,
+                               failures);
+        }
+    }
+}
+
+// The whole tree in one listing. A listing that fails part way returns nothing, so when
+// one folder refuses (closed to the caller, removed meanwhile) the tree is listed again
+// folder by folder: only what lies below the refusing folder is missed, and the failure
+// names that folder rather than the whole tree.
+vfs::FolderListing listTree(const Walk& walk, const vfs::Folder& root, FailureList& failures) {
+    try {
+        return root.listAllRecursive(fl::ustring());
+    } catch (...) {
+        logCaughtException();
+    }
+    std::vector<vfs::ListEntry> entries;
+    listFolderByFolder(walk, root, entries, failures);
+    return vfs::FolderListing(std::move(entries));
+}
+
 OptionalFailure changeFolderItself(const Walk& walk, const fl::ustring& folder) {
     const vfs::Folder f(Hexfarrow::PathManagement::GetIRIFromString(folder), walk.storage);
     return applyChange(Hexfarrow::PathManagement::GetStringFromIRI(f.getLocation()), walk.change,
@@ -672,20 +708,16 @@ FailureList setPermissionsForFolderContentsBottomUp(const fl::ustring& folder,
 
     // The whole tree is listed before any read permission is taken away, so removing it
     // cannot hide entries from the walk.
-    vfs::FolderListing listing;
-    try {
-        listing = vfs::Folder(Hexfarrow::PathManagement::GetIRIFromString(folder), walk.storage)
-                      .listAllRecursive(fl::ustring());
-    } catch (...) {
-        walk.recordCaught(failures, folder);
-    }
+    const vfs::FolderListing listing = listTree(
+        walk, vfs::Folder(Hexfarrow::PathManagement::GetIRIFromString(folder), walk.storage),
+        failures);
 
     const std::vector<fl::ustring> folders = changeEntriesButFolders(walk, listing, failures);
 
     if (scope == u"all" || scope == u"folders") {
         // Deepest first: a folder keeps its read permission until its contents are done.
-        for (const auto& sub : std::views::reverse(folders)) {
-            walk.append(failures, changeFolderItself(walk, sub));
+        for (auto sub = folders.rbegin(); sub != folders.rend(); ++sub) {
+            walk.append(failures, changeFolderItself(walk, *sub));
         }
     }
     walk.append(failures, changeFolderItself(walk, folder));
@@ -729,12 +761,7 @@ FailureList setPermissionsForFolderRecursively(const fl::ustring& folder,
 
     const Walk walk{changeOf(request), scope, outCount, storage};
     walk.append(failures, applyChange(location, walk.change, outCount, false));
-    vfs::FolderListing listing;
-    try {
-        listing = root.listAllRecursive(fl::ustring());
-    } catch (...) {
-        walk.recordCaught(failures, location);
-    }
+    const vfs::FolderListing listing = listTree(walk, root, failures);
     for (const auto& entry : listing) {
         fl::ustring path;
         try {
