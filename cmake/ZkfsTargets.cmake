@@ -4,7 +4,7 @@ add_library(zkfs_warnings INTERFACE)
 target_compile_options(zkfs_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef
-  -Wduplicated-cond -Wlogical-op
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>
   $<$<BOOL:${ZKFS_WERROR}>:-Werror>)
 
 add_library(zkfs_sanitizers INTERFACE)
@@ -12,6 +12,11 @@ if(ZKFS_SANITIZE)
   target_compile_options(zkfs_sanitizers INTERFACE
     -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   target_link_options(zkfs_sanitizers INTERFACE -fsanitize=address,undefined)
+endif()
+if(ZKFS_FUZZ)
+  # Coverage for libFuzzer in every target of ours; only the fuzz programs link its main.
+  target_compile_options(zkfs_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(zkfs_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 add_library(zkfs_assertions INTERFACE)

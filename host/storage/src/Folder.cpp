@@ -38,7 +38,9 @@ void Folder::createFolderRecursive() const {
         missing.push_back(level);
         level = level.getParent();
     }
-    for (const AbsoluteIRI& next : std::views::reverse(missing)) {
+    // Reverse iterators rather than a reversed view: some compilers' ranges reject it.
+    for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+        const AbsoluteIRI& next = *it;
         try {
             p.createFolder(next);
         } catch (const Exception& e) {

@@ -1,0 +1,77 @@
+// One built-in's argument handling under arbitrary host arrays: any number of inputs and
+// outputs, every class and shape. Whatever the built-in does, it must answer or raise an
+// identified error, and release every array it made. Built once per gateway, with
+// ZKFS_FUZZ_GATEWAY naming it.
+#include "ArrayDecoder.hpp"
+#include "FuzzTarget.hpp"
+#include "Jail.hpp"
+
+#include "foundation/core/except/Exception.hpp"
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#ifndef ZKFS_FUZZ_GATEWAY
+#error "ZKFS_FUZZ_GATEWAY names the gateway to fuzz"
+#endif
+
+namespace {
+
+using namespace quorin::io::filesystem::quorin;
+
+// Fresh tree every so often: mkFile, mkSymlink and modifyPerms change it, and a sandbox
+// drifting away from the seeds' names would starve the fuzzer of real files.
+constexpr unsigned kResetEvery = 500;
+
+[[noreturn]] void finding(const char* what) {
+    std::fprintf(stderr, "finding: %s\n", what);
+    std::abort();
+}
+
+}  // namespace
+
+int zkfsFuzzInit(const std::vector<std::string>& writable) {
+    std::string reason;
+    if (!zkfs::fuzz::enterJail(writable, reason)) {
+        std::fprintf(stderr, "cannot confine the file system for fuzzing (%s)\n", reason.c_str());
+        return 77;
+    }
+    QNInitialize_libzkfilesystemquorin();
+    return 0;
+}
+
+int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
+    static unsigned runs = 0;
+    if (++runs % kResetEvery == 0) zkfs::fuzz::resetSandbox();
+
+    const long before = vqLiveArrayCount();
+    {
+        zkfs::fuzz::ByteReader in({data, size});
+        auto call = zkfs::fuzz::decodeCall(in);
+        std::vector<const vqArray*> args;
+        for (const auto& a : call.args) args.push_back(a.get());
+        std::vector<unique_vqarray_ptr> outputs(static_cast<std::size_t>(call.outCount) + 1);
+        try {
+            // relativepath takes a non-const outer pointer; the others convert to it.
+            ZKFS_FUZZ_GATEWAY(call.outCount, outputs.data(), static_cast<int>(args.size()),
+                              args.data());
+        } catch (const foundation::core::except::IMsgIDException& e) {
+            if (e.GetID().empty()) finding("an error without an identifier");
+            (void)e.GetUnicodeMessageTxt();  // the catalog must have a text for it
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "unidentified exception: %s\n", e.what());
+            finding("an unidentified exception left the gateway");
+        } catch (...) {
+            finding("a non-standard exception left the gateway");
+        }
+        // A gateway fills at most one output beyond what was asked (the host's ans).
+        for (std::size_t i = static_cast<std::size_t>(std::max(call.outCount, 1)); i < outputs.size(); ++i) {
+            if (outputs[i]) finding("an output slot beyond the requested count was filled");
+        }
+    }
+    if (vqLiveArrayCount() != before) finding("host arrays were not released");
+    return 0;
+}
