@@ -583,8 +583,7 @@ void listFolderByFolder(const Walk& walk, const vfs::Folder& folder,
     for (const auto& entry : listing) {
         out.push_back(entry);
         if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
-            listFolderByFolder(walk, vfs::Folder(entry.getLocation(), walk.storage), out,
-                               failures);
+            listFolderByFolder(walk, vfs::Folder(entry.getLocation(), walk.storage), out, failures);
         }
     }
 }

@@ -14,13 +14,13 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <sched.h>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -164,8 +164,7 @@ DeepFolder::~DeepFolder() {
 }
 
 std::string DeepFolder::makeFile(const std::string& name) {
-    const int fd =
-        ::openat(deepest_, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    const int fd = ::openat(deepest_, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) fail(errno, "openat " + name);
     ::close(fd);
     return path_ + "/" + name;
@@ -227,7 +226,8 @@ Resolved resolve(const fl::ustring& path) {
 
 Resolved resolveWithAttributes(const fl::ustring& path) {
     std::vector<unique_vqarray_ptr> rest;
-    const auto s = callOne<&quorin::io::filesystem::quorin::resolvePathFcnWithAttributes>(path, 1, 1, rest);
+    const auto s =
+        callOne<&quorin::io::filesystem::quorin::resolvePathFcnWithAttributes>(path, 1, 1, rest);
     return readResolved(s.get(), true);
 }
 
@@ -253,10 +253,13 @@ std::string collect(const std::function<void()>& block) {
             block();
         } catch (const std::exception& e) {
             out += std::string(__FILE__) + "\x1f" + std::to_string(__LINE__) +
-                   "\x1f" "exception escaped the block: " + e.what() + "\x1e";
+                   "\x1f"
+                   "exception escaped the block: " +
+                   e.what() + "\x1e";
         } catch (...) {
             out += std::string(__FILE__) + "\x1f" + std::to_string(__LINE__) +
-                   "\x1f" "unknown exception escaped the block\x1e";
+                   "\x1f"
+                   "unknown exception escaped the block\x1e";
         }
     }
     for (int i = 0; i < results.size(); ++i) {

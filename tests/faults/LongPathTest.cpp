@@ -45,10 +45,9 @@ void expectUnreachable(const fl::ustring& path) {
     EXPECT_FALSE(a.readable);
     EXPECT_TRUE(std::isnan(a.lastModified));
     EXPECT_FALSE(isSymlink(path).isLink);
-    EXPECT_IDENTIFIED_ERROR(perms::modifyPermsNoOut(path, u"File",
-                                                    perms::request({{"Writable", false}}),
-                                                    std::nullopt),
-                            kUnableToSet, path, std::string("File name too long"));
+    EXPECT_IDENTIFIED_ERROR(
+        perms::modifyPermsNoOut(path, u"File", perms::request({{"Writable", false}}), std::nullopt),
+        kUnableToSet, path, std::string("File name too long"));
     const auto out =
         perms::modifyPermsOut(path, u"File", perms::request({{"Writable", false}}), u"all");
     const auto rows = perms::failureRows(out.get());
@@ -59,7 +58,8 @@ void expectUnreachable(const fl::ustring& path) {
     EXPECT_THROW((void)perms::getPerms(ArgList(stringScalar(path), charRow(u"File"))),
                  std::filesystem::filesystem_error);
     // Text only: the URL carries the whole path.
-    const auto urls = stringsFrom(call<&quorin::io::filesystem::quorin::createFileURL>, ArgList(stringScalar(path)), {1, 1});
+    const auto urls = stringsFrom(call<&quorin::io::filesystem::quorin::createFileURL>,
+                                  ArgList(stringScalar(path)), {1, 1});
     ASSERT_EQ(urls.size(), 1U);
     EXPECT_EQ(vfs::fromAbsoluteIRI(vfs::AbsoluteIRI(urls[0].value_or(u""))), path);
 }
@@ -82,7 +82,8 @@ TEST_F(LongPaths, AnExistingFilePastTheLimitIsNamedWholeAndLeftAsItIs) {
                             made);
     call<&mkFileFcn>(3, out, ArgList(charRow(made)));
     EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{false});
-    EXPECT_EQ(stringsOf(out[2]), std::vector<StringElement>{fl::i18n::to_ustring(kInvalidLocation)});
+    EXPECT_EQ(stringsOf(out[2]),
+              std::vector<StringElement>{fl::i18n::to_ustring(kInvalidLocation)});
 
     const fl::ustring link = hostText(deep.path() + "/link");
     OutputSlots none;
@@ -90,8 +91,8 @@ TEST_F(LongPaths, AnExistingFilePastTheLimitIsNamedWholeAndLeftAsItIs) {
         call<&mkSymlinkFcn>(0, none, ArgList(charRow(link), charRow(tree.upath("target.txt")))),
         kUnknown, link);
     EXPECT_IDENTIFIED_ERROR(
-        call<&mkSymlinkFcn>(0, none, ArgList(charRow(tree.upath("l")), charRow(file))),
-        kUnknown, file);
+        call<&mkSymlinkFcn>(0, none, ArgList(charRow(tree.upath("l")), charRow(file))), kUnknown,
+        file);
     EXPECT_EQ(deep.names(), std::vector<std::string>{"f.txt"});
     EXPECT_EQ(rawNames(tree.root().native()), before);
     EXPECT_EQ(rawNames(deep.top()), std::vector<std::string>{std::string(200, 'd')});
@@ -111,7 +112,8 @@ TEST_F(LongPaths, NonexistentPathsPastTheLimitAreRefusedWhole) {
         OutputSlots out(3);
         call<&mkFileFcn>(3, out, ArgList(charRow(path)));
         EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{false});
-        EXPECT_EQ(stringsOf(out[2]), std::vector<StringElement>{fl::i18n::to_ustring(kInvalidLocation)});
+        EXPECT_EQ(stringsOf(out[2]),
+                  std::vector<StringElement>{fl::i18n::to_ustring(kInvalidLocation)});
         OutputSlots none;
         tree.makeFile("t.txt");
         EXPECT_IDENTIFIED_ERROR(
@@ -129,7 +131,8 @@ TEST_F(LongPaths, AWalkThroughAChainPastTheLimitReportsEachEntryItCannotName) {
     const std::string file = deep.makeFile("f.txt");
     std::vector<fl::ustring> expected;
     for (std::size_t d = 1; d <= deep.depth(); ++d) {
-        if (deep.folderPath(d).size() >= kKernelLimit) expected.push_back(hostText(deep.folderPath(d)));
+        if (deep.folderPath(d).size() >= kKernelLimit)
+            expected.push_back(hostText(deep.folderPath(d)));
     }
     expected.push_back(hostText(file));
 
@@ -154,11 +157,11 @@ TEST_F(LongPaths, LengthValidationCountsCodeUnitsAtTheHostsLimit) {
     const fl::ustring real = hostText(deep.path());
     const fl::ustring at(4352, u'a');
     const fl::ustring past(4353, u'a');
-    const fl::ustring pairs = fl::ustring(4350, u'a') + u"\U0001F600";  // 4352 units
+    const fl::ustring pairs = fl::ustring(4350, u'a') + u"\U0001F600";       // 4352 units
     const fl::ustring escaped = fl::ustring(4352, u'a') + hostText("\xff");  // 4353 units
-    const auto valid = logicalsFrom(
-        call<&pathNameLengthValidation>,
-        ArgList(stringArray({1, 5}, {at, past, pairs, escaped, real})), {5, 1});
+    const auto valid =
+        logicalsFrom(call<&pathNameLengthValidation>,
+                     ArgList(stringArray({1, 5}, {at, past, pairs, escaped, real})), {5, 1});
     EXPECT_EQ(valid, (std::vector<bool>{true, false, true, false, real.size() <= 4352}));
 }
 

@@ -59,10 +59,12 @@ TEST_F(Loops, ALoopIsALinkThatLeadsNowhere) {
         EXPECT_EQ(link.target, u"");
         // The link's own mode, never a target's.
         const auto s = perms::getPerms(ArgList(stringScalar(path), charRow(u"Other")));
-        for (const auto& [field, value] : perms::logicalFields(s.get())) EXPECT_TRUE(value) << field;
+        for (const auto& [field, value] : perms::logicalFields(s.get()))
+            EXPECT_TRUE(value) << field;
 
         // Its target cannot be determined; the link itself cannot be changed on Linux.
-        const auto target = modifyPermsOut(path, u"Other", request({{"Writable", false}}), u"target");
+        const auto target =
+            modifyPermsOut(path, u"Other", request({{"Writable", false}}), u"target");
         auto rows = failureRows(target.get());
         ASSERT_EQ(rows.size(), 1U);
         EXPECT_EQ(rows[0].name, path);
@@ -79,14 +81,16 @@ TEST_F(Loops, ALoopIsALinkThatLeadsNowhere) {
 TEST_F(Loops, MakingALinkToALoopOrOverALoop) {
     const auto before = tree.snapshot();
     OutputSlots none;
-    EXPECT_IDENTIFIED_ERROR(call<&mkSymlinkFcn>(0, none, ArgList(charRow(tree.upath("new")),
-                                                                 charRow(tree.upath("self")))),
-                            "QUORIN:io:filesystem:symlink:TargetNotFound", tree.upath("self"));
+    EXPECT_IDENTIFIED_ERROR(
+        call<&mkSymlinkFcn>(0, none,
+                            ArgList(charRow(tree.upath("new")), charRow(tree.upath("self")))),
+        "QUORIN:io:filesystem:symlink:TargetNotFound", tree.upath("self"));
     tree.makeFile("t.txt");
     const auto withTarget = tree.snapshot();
-    EXPECT_IDENTIFIED_ERROR(call<&mkSymlinkFcn>(0, none, ArgList(charRow(tree.upath("loop-a")),
-                                                                 charRow(tree.upath("t.txt")))),
-                            "QUORIN:io:filesystem:symlink:FileExists", tree.upath("loop-a"));
+    EXPECT_IDENTIFIED_ERROR(
+        call<&mkSymlinkFcn>(0, none,
+                            ArgList(charRow(tree.upath("loop-a")), charRow(tree.upath("t.txt")))),
+        "QUORIN:io:filesystem:symlink:FileExists", tree.upath("loop-a"));
     EXPECT_EQ(tree.snapshot(), withTarget);
     // Under "overwrite" the loop is replaced by a working link.
     call<&mkSymlinkFcn>(0, none,
@@ -120,7 +124,8 @@ TEST_F(Loops, EveryWalkThroughLoopsEndsAndReportsThem) {
             }
             EXPECT_EQ(names, fl::ustring(scope) == u"files" ? std::vector<fl::ustring>{} : links);
             // The file among the loops was reached.
-            const bool reachesFiles = fl::ustring(scope) == u"files" || fl::ustring(scope) == u"all";
+            const bool reachesFiles =
+                fl::ustring(scope) == u"files" || fl::ustring(scope) == u"all";
             if (reachesFiles && walk[0].first == "Readable" && !walk[0].second) {
                 EXPECT_EQ(tree.mode("walked/x.txt"), 0244U);
             }

@@ -27,8 +27,10 @@ namespace vfs = foundation::storage::vfs;
 
 // Bad bytes alone, in a valid sequence's place, and an encoded surrogate (which strict
 // UTF-8 refuses byte by byte); the look-alike is what a lossy decoder would make of them.
-const std::vector<std::string> kBadNames = {"\xff.txt", "a\xc3\x28" "b", "\xed\xb3\xbf",
-                                            "caf\xe9"};
+const std::vector<std::string> kBadNames = {"\xff.txt",
+                                            "a\xc3\x28"
+                                            "b",
+                                            "\xed\xb3\xbf", "caf\xe9"};
 const std::string kLookAlike = "\xef\xbf\xbd.txt";  // U+FFFD ".txt"
 
 class Names : public LiveArrayTest {
@@ -72,14 +74,14 @@ TEST_F(Names, PermissionsAreReadAndChangedOnExactlyThoseBytes) {
         const auto s = perms::getPerms(ArgList(stringScalar(host(n)), charRow(u"File")));
         EXPECT_EQ(perms::logicalFields(s.get()),
                   (std::vector<std::pair<std::string, bool>>{{"Readable", true},
-                                                            {"Writable", true},
-                                                            {"UserExecute", false},
-                                                            {"GroupRead", true},
-                                                            {"GroupWrite", false},
-                                                            {"GroupExecute", false},
-                                                            {"OtherRead", false},
-                                                            {"OtherWrite", false},
-                                                            {"OtherExecute", false}}));
+                                                             {"Writable", true},
+                                                             {"UserExecute", false},
+                                                             {"GroupRead", true},
+                                                             {"GroupWrite", false},
+                                                             {"GroupExecute", false},
+                                                             {"OtherRead", false},
+                                                             {"OtherWrite", false},
+                                                             {"OtherExecute", false}}));
         const auto out = perms::modifyPermsOut(host(n), u"File",
                                                perms::request({{"OtherExecute", true}}), u"all");
         EXPECT_TRUE(perms::failureRows(out.get()).empty());
@@ -98,16 +100,16 @@ TEST_F(Names, PermissionsAreReadAndChangedOnExactlyThoseBytes) {
     ASSERT_EQ(::mkdir(raw("\xfc-dir").c_str(), 0755), 0);
     makeRawFile(raw("\xfc-dir/\xfb"));
     ASSERT_EQ(::symlink("\xfb", raw("\xfc-dir/\xfa-link").c_str()), 0);
-    const auto linkOut = perms::modifyPermsOut(host("\xfc-dir"), u"Folder",
-                                               perms::request({{"Writable", false}}),
-                                               u"symboliclinks");
+    const auto linkOut = perms::modifyPermsOut(
+        host("\xfc-dir"), u"Folder", perms::request({{"Writable", false}}), u"symboliclinks");
     const auto rows = perms::failureRows(linkOut.get());
     ASSERT_EQ(rows.size(), 1U);
     EXPECT_EQ(bytesOf(rows[0].name), raw("\xfc-dir/\xfa-link"));
 }
 
 TEST_F(Names, MakersCreateTheNamesTheyAreGiven) {
-    const std::vector<std::string> made = {"new-\xff", "new\xc3\x28/x-\xfe.txt", "new-\xed\xa0\x80"};
+    const std::vector<std::string> made = {"new-\xff", "new\xc3\x28/x-\xfe.txt",
+                                           "new-\xed\xa0\x80"};
     for (const auto& n : made) {
         SCOPED_TRACE(n);
         OutputSlots out(3);
@@ -133,8 +135,7 @@ TEST_F(Names, MakersCreateTheNamesTheyAreGiven) {
     // A target that does not exist under its bytes is not found, even though the
     // look-alike does exist.
     EXPECT_IDENTIFIED_ERROR(
-        call<&mkSymlinkFcn>(0, none,
-                            ArgList(charRow(host("x")), charRow(host("\xfd.txt")))),
+        call<&mkSymlinkFcn>(0, none, ArgList(charRow(host("x")), charRow(host("\xfd.txt")))),
         "QUORIN:io:filesystem:symlink:TargetNotFound", host("\xfd.txt"));
     EXPECT_FALSE(rawExists(raw("x")));
 }
@@ -142,9 +143,9 @@ TEST_F(Names, MakersCreateTheNamesTheyAreGiven) {
 TEST_F(Names, FileURLsCarryTheBytesAndComeBack) {
     std::vector<StringElement> given;
     for (const auto& n : kBadNames) given.emplace_back(host(n));
-    const auto urls = stringsFrom(call<&quorin::io::filesystem::quorin::createFileURL>,
-                                  ArgList(stringArray({1, given.size()}, given)),
-                                  {1, given.size()});
+    const auto urls =
+        stringsFrom(call<&quorin::io::filesystem::quorin::createFileURL>,
+                    ArgList(stringArray({1, given.size()}, given)), {1, given.size()});
     ASSERT_EQ(urls.size(), kBadNames.size());
     for (std::size_t i = 0; i < urls.size(); ++i) {
         SCOPED_TRACE(kBadNames[i]);

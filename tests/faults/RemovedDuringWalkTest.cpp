@@ -30,8 +30,8 @@ using perms::modifyPermsNoOut;
 using perms::modifyPermsOut;
 using perms::request;
 
-const std::vector<std::string> kFiles = {"a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt",
-                                         "sub2/e.txt", "z.txt"};
+const std::vector<std::string> kFiles = {"a.txt",           "b.txt",      "sub1/c.txt",
+                                         "sub1/deep/d.txt", "sub2/e.txt", "z.txt"};
 const std::vector<std::string> kOutside = {"", "a.txt", "b.txt", "sub2", "sub2/e.txt", "z.txt"};
 
 // The folder whose first read sets off the removal, and what is removed.
@@ -130,10 +130,10 @@ TEST_F(RemovedDuringWalk, EveryWalkEndsNamesOnlyTheRemovedFolderAndLosesNothingE
 // ends with its identified error, naming the folder and the system's reason.
 TEST_F(RemovedDuringWalk, WithoutAnOutputTheRemovedFolderIsTheErrorRaised) {
     arm();
-    EXPECT_IDENTIFIED_ERROR(modifyPermsNoOut(tree.upath(""), u"Folder",
-                                             request({{"Writable", false}}), u"all"),
-                            "QUORIN:io:filesystem:filePermissions:UnableToSetPermissions",
-                            tree.upath("sub1"), std::string("No such file or directory"));
+    EXPECT_IDENTIFIED_ERROR(
+        modifyPermsNoOut(tree.upath(""), u"Folder", request({{"Writable", false}}), u"all"),
+        "QUORIN:io:filesystem:filePermissions:UnableToSetPermissions", tree.upath("sub1"),
+        std::string("No such file or directory"));
     EXPECT_TRUE(gRemoved);
     // Entries listed before it were changed; the walk stopped there.
     EXPECT_EQ(tree.mode("a.txt"), 0444U);
