@@ -45,6 +45,12 @@ bench: deps
 	@cmake --build --preset release -j $(JOBS)
 	@bench/run build/release
 
+# Every fuzz target (clang, libFuzzer, ASan+UBSan) for FUZZ_SECONDS each, FUZZ_JOBS at once.
+fuzz: deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz -j $(JOBS)
+	@fuzz/run build/fuzz
+
 format:
 	@git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
 

@@ -24,6 +24,12 @@ struct TooManyInputs : resource_core::FixedMsgID<0> {
 struct NotEnoughInputs : resource_core::FixedMsgID<0> {
     NotEnoughInputs() : FixedMsgID("QUORIN", "NotEnoughInputs") {}
 };
+// A struct cannot have an empty field name or the same name twice; built-ins that turn
+// user text into field names meet this with bad input, so it is a user's error.
+struct InvalidFieldName : resource_core::FixedMsgID<1> {
+    explicit InvalidFieldName(const std::string& name)
+        : FixedMsgID("QUORIN", "InvalidFieldName", name) {}
+};
 
 }  // namespace QUORIN
 
@@ -293,6 +299,7 @@ void vqSetField(vqArray* s, vqIndex i, const char* name, vqArray* value) {
 
 int vqAddField(vqArray* s, const char* name) {
     if (!vqIsStruct(s)) throw std::invalid_argument("vqAddField: not a struct array");
+    if (name == nullptr || *name == '\0') foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(""));
     const int existing = vqGetFieldNumber(s, name);
     if (existing >= 0) return existing;
     auto& fields = vqArrayAccess::fields(s);
@@ -347,7 +354,7 @@ unique_vqarray_ptr vqCreateStructArray(const std::vector<vqSize>& dims,
     for (std::size_t i = 0; i < fields.size(); ++i) {
         if (fields[i].empty() || std::find(fields.begin(), fields.begin() + static_cast<std::ptrdiff_t>(i),
                                            fields[i]) != fields.begin() + static_cast<std::ptrdiff_t>(i)) {
-            throw std::invalid_argument("struct field names must be non-empty and distinct");
+            foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(fields[i]));
         }
     }
     auto a = vqArrayAccess::make(vqSTRUCT_CLASS, dims);

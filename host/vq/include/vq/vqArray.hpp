@@ -164,6 +164,7 @@ VQ_API unique_vqarray_ptr vqCreateLogicalScalar(bool value);
 VQ_API unique_vqarray_ptr vqCreateCharArray(const std::vector<vqSize>& dims);
 VQ_API unique_vqarray_ptr vqCreateString(std::u16string_view text);  // 1xN char (0x0 when empty)
 VQ_API unique_vqarray_ptr vqCreateCellArray(const std::vector<vqSize>& dims);
+// An empty or repeated field name throws the identified error "QUORIN:InvalidFieldName".
 VQ_API unique_vqarray_ptr vqCreateStructArray(const std::vector<vqSize>& dims,
                                               const std::vector<std::string>& fields);
 VQ_API unique_vqarray_ptr vqCreatePayloadArray(const std::vector<vqSize>& dims, vqClassID cls,
