@@ -161,6 +161,9 @@ TEST_F(QfsParserTest, ErrorsNameTheColumnWhereTheProblemStartsAndReleaseWhatWasB
           Row{"struct('1a', 2)", 8}, Row{"struct('a', 1, 'a', 2)", 16},
           Row{"reshape([1 2 3], 2, 2)", 1}, Row{"reshape([1 2], 2)", 1}, Row{"logical(NaN)", 1},
           Row{"logical('a')", 1}, Row{"repmat(1)", 1}, Row{"1 2", 3}, Row{"", 1},
+          // Sizes past the element limit, also where the product would overflow.
+          Row{"zeros(4097, 4097)", 1}, Row{"repmat([1 2], 1, 8388609)", 1},
+          Row{"cell(1e12, 1e12, 1e12)", 1},
           Row{"\xc3\xa9", 1}, Row{"'\xc3\xa9\xc3\xa9' x", 6},
           // Statements; the last three fail after earlier arguments were built.
           Row{"f(1 2)", 5, true}, Row{"f(1", 2, true}, Row{"f(1) x", 6, true},

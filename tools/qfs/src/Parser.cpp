@@ -190,6 +190,17 @@ vqSize sizeArgument(const Parsed& p, std::string_view line) {
     return static_cast<vqSize>(d);
 }
 
+// Elements of an array that qfs builds, times `factor`, checked against kMaxElements
+// without overflowing.
+bool withinElementLimit(const std::vector<vqSize>& dims, std::size_t factor) {
+    std::size_t n = factor;
+    for (const vqSize d : dims) {
+        if (d != 0 && n > kMaxElements / d) return false;
+        n *= d;
+    }
+    return n <= kMaxElements;
+}
+
 bool isFieldName(const std::string& name) {
     if (name.empty() || !isIdentStart(name.front()) || name.front() == '_') return false;
     for (const char c : name) {
@@ -219,6 +230,11 @@ Parsed Parser::named() {
         std::vector<vqSize> dims;
         for (std::size_t i = from; i < args.size(); ++i) dims.push_back(sizeArgument(args[i], s_));
         if (dims.size() == 1) dims.push_back(dims.front());  // one size n means n-by-n
+        const std::size_t each = from == 0 ? 1 : vqGetNumberOfElements(args[0].value.get());
+        if (!withinElementLimit(dims, each)) {
+            fail(start, "an array of more than " + std::to_string(kMaxElements) +
+                            " elements is more than qfs builds");
+        }
         return dims;
     };
     try {

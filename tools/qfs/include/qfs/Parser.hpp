@@ -12,6 +12,8 @@
 // repmat(X, m, n, ...). Text is UTF-8 on the line; bytes that are not UTF-8 survive as
 // the host's escaped code units.
 //
+// An array built by strings/cell/zeros/false/repmat holds at most kMaxElements elements,
+// so a typing slip cannot ask for terabytes.
 // Every failure throws the identified error QUORIN:qfs:ParseError with the 1-based
 // column (in characters) where the problem starts; arrays built so far are released.
 #include "vq/vqArray.hpp"
@@ -22,6 +24,8 @@
 #include <vector>
 
 namespace qfs {
+
+inline constexpr std::size_t kMaxElements = std::size_t{1} << 24;
 
 struct Statement {
     enum class Kind { Empty, Call, Help };
