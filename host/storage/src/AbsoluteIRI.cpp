@@ -382,16 +382,24 @@ AbsoluteIRI toAbsoluteIRI(const fl::ustring& scheme, const fl::ustring& path) {
 }
 
 fl::ustring fromAbsoluteIRI(const AbsoluteIRI& iri) {
-    const url_view u = view(iri.toEncodedString());
-    if (!detail::iequalsAscii(sv(u.scheme()), "file")) {
-        throw UnsupportedIRISchemeException(iri.toString(), widen(u.scheme()));
+    // The common case, a plain "file:///" IRI as listings and toAbsoluteIRI make them, is
+    // read without a full parse: folder walks ask this once per entry.
+    const std::string& text = iri.toEncodedString();
+    std::string_view path;
+    if (text.starts_with("file:///") && text.find_first_of("?#") == std::string::npos) {
+        path = std::string_view(text).substr(7);
+    } else {
+        const url_view u = view(text);
+        if (!detail::iequalsAscii(sv(u.scheme()), "file")) {
+            throw UnsupportedIRISchemeException(iri.toString(), widen(u.scheme()));
+        }
+        const std::string_view host = sv(u.encoded_host());
+        if (u.has_userinfo() || u.has_port() ||
+            !(host.empty() || detail::iequalsAscii(host, "localhost"))) {
+            throw InvalidIRIException(iri.toString());
+        }
+        path = sv(u.encoded_path());
     }
-    const std::string_view host = sv(u.encoded_host());
-    if (u.has_userinfo() || u.has_port() ||
-        !(host.empty() || detail::iequalsAscii(host, "localhost"))) {
-        throw InvalidIRIException(iri.toString());
-    }
-    const std::string_view path = sv(u.encoded_path());
     if (!path.empty() && path.front() != '/') throw InvalidIRIException(iri.toString());
     std::string decoded = detail::percentDecode(path);
     // An escaped "/" or NUL would name another file than the IRI says.
