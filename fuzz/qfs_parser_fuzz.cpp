@@ -19,7 +19,23 @@ namespace {
     std::abort();
 }
 
+// Elements in a value and everything it holds.
+std::size_t weight(const vqArray* a) {
+    if (a == nullptr) return 1;
+    std::size_t n = vqGetNumberOfElements(a);
+    if (vqIsCell(a)) {
+        for (std::size_t i = 0; i < vqGetNumberOfElements(a); ++i) n += weight(vqGetCell(a, i));
+    } else if (vqIsStruct(a)) {
+        for (std::size_t i = 0; i < vqGetNumberOfElements(a); ++i) {
+            for (int f = 0; f < vqGetNumberOfFields(a); ++f) n += weight(vqGetFieldByNumber(a, i, f));
+        }
+    }
+    return n;
+}
+
 void exercise(const vqArray* value) {
+    // Showing millions of elements teaches nothing new and would slow the search down.
+    if (weight(value) > 4096) return;
     (void)qfs::displayValue("x", value);
     (void)qfs::jsonLine(qfs::toJson(value));
 }

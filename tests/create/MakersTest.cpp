@@ -77,13 +77,6 @@ constexpr const char* kAlreadyExists = "QUORIN:virtualfilesystem:resourceAlready
 constexpr Call mkFile = call<&mkFileFcn>;
 constexpr Call isSymlink = call<&isSymlinkFcn>;
 
-// The catalog text that a reported failure with this identifier must carry.
-fl::ustring messageOf(const std::string& id, const fl::ustring& argument) {
-    const auto colon = id.rfind(':');
-    resource_core::BaseMsgID msg(id.substr(0, colon), id.substr(colon + 1));
-    msg.appendArg(argument);
-    return fl::i18n::MessageCatalog::get_message(msg, fl::i18n::ZkLocale::global());
-}
 
 // A fresh tree and an empty in-memory store for every test.
 class Makers : public LiveArrayTest {
@@ -214,7 +207,7 @@ TEST_F(MkFile, StorageFailuresAreThrownOrReported) {
         OutputSlots out(3);
         mkFile(3, out, args());
         EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{false});
-        EXPECT_EQ(stringsOf(out[1]), std::vector<StringElement>{messageOf(row.id, row.reported)});
+        EXPECT_EQ(stringsOf(out[1]), std::vector<StringElement>{catalogMessage(row.id, row.reported)});
         EXPECT_EQ(stringsOf(out[2]), std::vector<StringElement>{u16(row.id)});
     }
     // The 0x0 char is the empty path too.

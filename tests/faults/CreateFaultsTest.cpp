@@ -35,12 +35,6 @@ constexpr const char* kUnknown = "QUORIN:virtualfilesystem:unknownError";
 constexpr Call mkFile = call<&mkFileFcn>;
 constexpr Call mkSymlink = call<&mkSymlinkFcn>;
 
-fl::ustring messageOf(const std::string& id, const fl::ustring& argument) {
-    const auto colon = id.rfind(':');
-    resource_core::BaseMsgID msg(id.substr(0, colon), id.substr(colon + 1));
-    msg.appendArg(argument);
-    return fl::i18n::MessageCatalog::get_message(msg, fl::i18n::ZkLocale::global());
-}
 
 // mkFile thrown (no result) and reported (three results) for one path.
 void expectMkFileFails(const fl::ustring& path, const char* id,
@@ -57,7 +51,7 @@ void expectMkFileFails(const fl::ustring& path, const char* id,
     OutputSlots out(3);
     mkFile(3, out, args);
     EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{false});
-    EXPECT_EQ(stringsOf(out[1]), std::vector<StringElement>{messageOf(id, path)});
+    EXPECT_EQ(stringsOf(out[1]), std::vector<StringElement>{catalogMessage(id, path)});
     EXPECT_EQ(stringsOf(out[2]), std::vector<StringElement>{fl::ustring(id, id + std::strlen(id))});
 }
 

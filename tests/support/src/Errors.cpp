@@ -3,6 +3,8 @@
 #include <sstream>
 #include <typeinfo>
 
+#include "fl/i18n/MessageCatalog.hpp"
+#include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
 
 namespace zkfs::test {
@@ -13,6 +15,13 @@ std::string describe(const resource_core::MessageArg& arg) {
         case 1: return "\"" + std::get<1>(arg) + "\"";
         default: return "u\"" + fl::i18n::to_utf8(std::get<2>(arg)) + "\"";
     }
+}
+
+fl::ustring catalogMessage(const std::string& identifier, const fl::ustring& argument) {
+    const auto colon = identifier.rfind(':');
+    resource_core::BaseMsgID msg(identifier.substr(0, colon), identifier.substr(colon + 1));
+    msg.appendArg(argument);
+    return fl::i18n::MessageCatalog::get_message(msg, fl::i18n::ZkLocale::global());
 }
 
 std::string describe(const std::vector<resource_core::MessageArg>& args) {

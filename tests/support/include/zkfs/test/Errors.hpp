@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fl/ustring.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "resource_core/MessageArg.hpp"
 
@@ -26,6 +27,10 @@ std::string describe(const std::vector<resource_core::MessageArg>& args);
 ::testing::AssertionResult matchesIdentifiedError(
     const foundation::core::except::IMsgIDException& error, const std::string& identifier,
     const std::vector<resource_core::MessageArg>& args);
+
+// The catalog text, in the global locale, of an identifier with one text argument: what a
+// failure reported as a result (rather than thrown) must carry.
+fl::ustring catalogMessage(const std::string& identifier, const fl::ustring& argument);
 
 // The failure for a statement that threw something that is not an identified error.
 ::testing::AssertionResult unexpectedException(const std::exception_ptr& caught,
