@@ -4,7 +4,7 @@
 // with their target texts), mkSymlinkFcn (targets checked first and stored as typed, the
 // replace rule for existing links only, schemes refused, the argument each error names),
 // createWindowsShortcutFcn; permissions obeyed by every maker; counts.
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"

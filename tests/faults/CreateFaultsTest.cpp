@@ -3,7 +3,7 @@
 // gives the identified error a user should get, makes nothing, leaves what was there,
 // and frees every array it built.
 #include "FaultsSupport.hpp"
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"

@@ -2,7 +2,7 @@
 // and not: every built-in answers as for a path it cannot reach, or with an identified
 // error naming the whole path; nothing is made or changed at a shortened path.
 #include "FaultsSupport.hpp"
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "PermsTestSupport.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"

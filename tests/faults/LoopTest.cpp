@@ -2,7 +2,7 @@
 // walked tree: every built-in ends, answers them as links that lead nowhere, and refuses
 // to follow them with the right identifier.
 #include "FaultsSupport.hpp"
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "PermsTestSupport.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"

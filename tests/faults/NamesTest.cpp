@@ -2,7 +2,7 @@
 // the host's escaped code units and acts on exactly those bytes, never on a look-alike
 // whose name is the valid text the bad bytes might be mistaken for.
 #include "FaultsSupport.hpp"
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "PermsTestSupport.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"

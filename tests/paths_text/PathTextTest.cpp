@@ -1,7 +1,7 @@
 // relativepath (destinations expressed relative to one source folder, in the
 // destination's shape) and pathNameLengthValidation (an N-by-1 logical, true when a name
 // has at most 4352 UTF-16 code units), called as the host calls them.
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/LiveArrays.hpp"

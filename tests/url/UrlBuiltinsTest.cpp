@@ -4,7 +4,7 @@
 // one per text, in the argument's shape) and createURLFromPartsFcn (a base and a
 // reference joined by RFC 3986 section 5; any failure answers the untouched 1x1 string
 // array instead of an error).
-#include "GatewayCall.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/LiveArrays.hpp"
