@@ -5,6 +5,7 @@
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
+#include "quorin/io/filesystem/core/Links.hpp"
 #include "quorin/io/filesystem/core/fscore.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 
@@ -45,16 +46,6 @@ vfs::AbsoluteIRI locationOf(const fl::ustring& path, bool isIRI) {
     return vfs::toAbsoluteIRI(u"file", native);
 }
 
-void createParentsIfMissing(const vfs::AbsoluteIRI& location,
-                            const vfs::StorageSystemReference& storage) {
-    if (!location.hasParent()) return;
-    const vfs::AbsoluteIRI parent = location.getParent();
-    if (vfs::exists(parent, storage) ==
-        foundation::storage::provider::ExistenceType::DoesNotExist) {
-        vfs::Folder(parent, storage).createFolderRecursive();
-    }
-}
-
 void createReplacing(const vfs::File& file, bool overwrite) {
     bool replace = false;
     try {
@@ -80,7 +71,7 @@ std::optional<StorageFailure> makeEmptyFile(fl::ustring& path, const fl::ustring
         const bool isIRI =
             core::setupPathForURLConstruction(path, core::ResolveSymbolicLinks::AllButLast, false);
         const vfs::AbsoluteIRI location = locationOf(path, isIRI);
-        createParentsIfMissing(location, storage);
+        quorin::io::filesystem::core::createParentIfNeeded(location, storage);
         createReplacing(vfs::File(location, storage), ruleValue == u"overwrite");
         return std::nullopt;
     } catch (const vfs::Exception& e) {
