@@ -8,6 +8,8 @@
 #include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Unprivileged.hpp"
 
+#include "fl/i18n/unicode.hpp"
+
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -65,43 +67,49 @@ protected:
     TempTree tree;
 };
 
-TEST_F(PermsWalkTest, RemovingReadIsBottomUpContentsThenSubfoldersInReverseThenTheFolder) {
+// Every change fails, so the failure rows show the order in which changes were tried.
+// Removing read walks bottom-up (contents, subfolders in reverse, the folder last; scope
+// "files" leaves the subfolders out); granting read walks top-down, each folder before its
+// files; without "Readable" the walk is flat, the folder first, then the listing.
+TEST_F(PermsWalkTest, TheOrderOfEachWalk) {
     makeForeignButListable();
-    const Names expected = paths({"a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt",
-                                  "sub2", "sub1/deep", "sub1", ""});
+    struct Row {
+        std::vector<std::pair<std::string, bool>> request;
+        const char16_t* scope;
+        std::vector<std::string> expected;
+    };
+    const std::vector<std::string> topDown = {
+        "", "a.txt", "b.txt", "sub1", "sub1/c.txt", "sub1/deep", "sub1/deep/d.txt", "sub2",
+        "sub2/e.txt"};
+    const std::vector<Row> rows = {
+        {{{"Readable", false}},
+         u"all",
+         {"a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt", "sub2", "sub1/deep",
+          "sub1", ""}},
+        {{{"Writable", true}, {"Readable", false}},
+         u"files",
+         {"a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt", ""}},
+        {{{"Readable", true}, {"Writable", true}}, u"files", topDown},
+        {{{"Readable", true}, {"Writable", true}}, u"all", topDown},
+        {{{"Writable", false}},
+         u"files",
+         {"", "a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt"}},
+        {{{"Writable", false}}, u"folders", {"", "sub1", "sub1/deep", "sub2"}},
+        {{{"Writable", false}}, u"all", topDown},
+    };
     const fl::ustring root = tree.upath("");
+    std::vector<Names> expected;
+    for (const Row& row : rows) expected.push_back(paths(row.expected));
     runUnprivileged([&] {
-        const auto out = modifyPermsOut(root, u"Folder", request({{"Readable", false}}), u"all");
-        EXPECT_EQ(dimsOf(out.get()), (Dims{expected.size(), 1}));
-        EXPECT_EQ(namesOf(out.get()), expected);
-        for (const auto& row : failureRows(out.get())) {
-            EXPECT_EQ(row.cause, u"Operation not permitted");
-        }
-    });
-}
-
-TEST_F(PermsWalkTest, BottomUpWithScopeFilesLeavesSubfoldersButEndsWithTheFolder) {
-    makeForeignButListable();
-    const Names expected =
-        paths({"a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt", ""});
-    const fl::ustring root = tree.upath("");
-    runUnprivileged([&] {
-        const auto out = modifyPermsOut(
-            root, u"Folder", request({{"Writable", true}, {"Readable", false}}), u"files");
-        EXPECT_EQ(namesOf(out.get()), expected);
-    });
-}
-
-TEST_F(PermsWalkTest, GrantingReadIsTopDownEachFolderBeforeItsFiles) {
-    makeForeignButListable();
-    const Names expected = paths({"", "a.txt", "b.txt", "sub1", "sub1/c.txt", "sub1/deep",
-                                  "sub1/deep/d.txt", "sub2", "sub2/e.txt"});
-    const fl::ustring root = tree.upath("");
-    runUnprivileged([&] {
-        for (const char16_t* scope : {u"files", u"all"}) {
-            const auto out = modifyPermsOut(
-                root, u"Folder", request({{"Readable", true}, {"Writable", true}}), scope);
-            EXPECT_EQ(namesOf(out.get()), expected);
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            SCOPED_TRACE(i);
+            const auto out =
+                modifyPermsOut(root, u"Folder", request(rows[i].request), rows[i].scope);
+            EXPECT_EQ(dimsOf(out.get()), (Dims{expected[i].size(), 1}));
+            EXPECT_EQ(namesOf(out.get()), expected[i]);
+            for (const auto& row : failureRows(out.get())) {
+                EXPECT_EQ(row.cause, u"Operation not permitted");
+            }
         }
     });
 }
@@ -119,29 +127,6 @@ TEST_F(PermsWalkTest, TopDownWithFilesFirstLooksAtTheFilesThenTheSubfolders) {
     runUnprivileged([&] {
         const auto out = modifyPermsOut(root, u"Folder", request({{"Readable", true}}), u"files");
         EXPECT_EQ(namesOf(out.get()), expected);
-    });
-}
-
-TEST_F(PermsWalkTest, WithoutReadableTheWalkIsFlatFolderFirstThenTheListing) {
-    makeForeignButListable();
-    const fl::ustring root = tree.upath("");
-    const Names filesExpected =
-        paths({"", "a.txt", "b.txt", "sub1/c.txt", "sub1/deep/d.txt", "sub2/e.txt"});
-    const Names foldersExpected = paths({"", "sub1", "sub1/deep", "sub2"});
-    const Names allExpected = paths({"", "a.txt", "b.txt", "sub1", "sub1/c.txt", "sub1/deep",
-                                     "sub1/deep/d.txt", "sub2", "sub2/e.txt"});
-    runUnprivileged([&] {
-        EXPECT_EQ(
-            namesOf(
-                modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"files").get()),
-            filesExpected);
-        EXPECT_EQ(
-            namesOf(
-                modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"folders").get()),
-            foldersExpected);
-        EXPECT_EQ(
-            namesOf(modifyPermsOut(root, u"Folder", request({{"Writable", false}}), u"all").get()),
-            allExpected);
     });
 }
 
@@ -202,31 +187,31 @@ TEST_F(PermsWalkTest, GrantingReadOpensEveryFolderBeforeListingIt) {
     for (const auto& d : kFolders) EXPECT_EQ(tree.mode(d), 0700U) << d;
 }
 
-TEST_F(PermsWalkTest, AFlatWalkWithScopeFilesLeavesSubfoldersAlone) {
-    for (const auto& f : kFiles) tree.setMode(f, 0644);
-    for (const auto& d : kFolders) tree.setMode(d, 0755);
-    modifyPermsNoOut(tree.upath(""), u"Folder", request({{"Writable", false}}), u"files");
-    for (const auto& f : kFiles) EXPECT_EQ(tree.mode(f), 0444U) << f;
-    EXPECT_EQ(tree.mode(""), 0555U);
-    for (const auto& d : {"sub1", "sub1/deep", "sub2"}) EXPECT_EQ(tree.mode(d), 0755U) << d;
-}
-
-TEST_F(PermsWalkTest, ScopeFoldersInAFlatWalkChangesOnlyFolders) {
-    for (const auto& f : kFiles) tree.setMode(f, 0600);
-    for (const auto& d : kFolders) tree.setMode(d, 0700);
-    modifyPermsNoOut(tree.upath(""), u"Folder", request({{"OtherExecute", true}}), u"folders");
-    for (const auto& f : kFiles) EXPECT_EQ(tree.mode(f), 0600U) << f;
-    for (const auto& d : kFolders) EXPECT_EQ(tree.mode(d), 0701U) << d;
-}
-
-TEST_F(PermsWalkTest, AnEmptyScopeChangesTheFolderAlone) {
-    for (const auto& f : kFiles) tree.setMode(f, 0600);
-    for (const auto& d : kFolders) tree.setMode(d, 0700);
-    const auto out = modifyPermsOut(tree.upath(""), u"Folder", request({{"Readable", false}}), u"");
-    EXPECT_EQ(dimsOf(out.get()), (Dims{0, 0}));
-    EXPECT_EQ(tree.mode(""), 0300U);
-    for (const auto& f : kFiles) EXPECT_EQ(tree.mode(f), 0600U) << f;
-    for (const auto& d : {"sub1", "sub1/deep", "sub2"}) EXPECT_EQ(tree.mode(d), 0700U) << d;
+// Flat walks change the folder and what their scope names in it (its files, or its
+// subfolders), never what lies deeper; an empty scope changes the folder alone.
+TEST_F(PermsWalkTest, FlatWalksChangeWhatTheirScopeNames) {
+    struct Row {
+        const char16_t* scope;
+        std::pair<std::string, bool> request;
+        unsigned files, top, subfolders;  // the modes after, from 0600 and 0700
+    };
+    const Row rows[] = {
+        {u"files", {"Writable", false}, 0400, 0500, 0700},
+        {u"folders", {"OtherExecute", true}, 0600, 0701, 0701},
+        {u"", {"Readable", false}, 0600, 0300, 0700},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(row.scope));
+        for (const auto& f : kFiles) tree.setMode(f, 0600);
+        for (const auto& d : kFolders) tree.setMode(d, 0700);
+        const auto out =
+            modifyPermsOut(tree.upath(""), u"Folder", request({row.request}), row.scope);
+        EXPECT_EQ(dimsOf(out.get()), (Dims{0, 0}));
+        for (const auto& f : kFiles) EXPECT_EQ(tree.mode(f), row.files) << f;
+        EXPECT_EQ(tree.mode(""), row.top);
+        for (const auto& d : {"sub1", "sub1/deep", "sub2"})
+            EXPECT_EQ(tree.mode(d), row.subfolders) << d;
+    }
 }
 
 TEST_F(PermsWalkTest, OneUnchangeableEntryIsTheOnlyRowAndTheOthersChange) {
@@ -269,37 +254,35 @@ protected:
     TempTree outside;
 };
 
-TEST_F(PermsWalkLinkTest, ScopeFilesSkipsLinks) {
-    EXPECT_TRUE(failureRows(walk(u"files").get()).empty());
-    EXPECT_EQ(tree.mode("f"), 0640U);
-    EXPECT_EQ(outside.mode("o"), 0600U);
-}
-
-TEST_F(PermsWalkLinkTest, ScopeSymbolicLinksTriesEachLinkItselfAndNothingElse) {
-    const auto rows = failureRows(walk(u"symboliclinks").get());
-    ASSERT_EQ(rows.size(), 3U);
-    EXPECT_EQ(rows[0].name, tree.upath("l-dangling"));
-    EXPECT_EQ(rows[1].name, tree.upath("l-inside"));
-    EXPECT_EQ(rows[2].name, tree.upath("l-outside"));
-    EXPECT_EQ(tree.mode("f"), 0600U);
-    EXPECT_EQ(outside.mode("o"), 0600U);
-}
-
-TEST_F(PermsWalkLinkTest, ScopeAllChangesFilesAndTriesLinksWithoutFollowing) {
-    const auto rows = failureRows(walk(u"all").get());
-    ASSERT_EQ(rows.size(), 3U);
-    EXPECT_EQ(rows[0].name, tree.upath("l-dangling"));
-    EXPECT_EQ(tree.mode("f"), 0640U);
-    EXPECT_EQ(outside.mode("o"), 0600U);
-}
-
-TEST_F(PermsWalkLinkTest, ScopeTargetChangesEachLinksOwnTargetAndReportsTheDanglingOne) {
-    const auto rows = failureRows(walk(u"target").get());
-    ASSERT_EQ(rows.size(), 1U);
-    EXPECT_EQ(rows[0].name, tree.upath("l-dangling"));
-    EXPECT_EQ(rows[0].cause, catalogText<BrokenSymlink>(tree.upath("l-dangling")));
-    EXPECT_EQ(tree.mode("f"), 0640U);
-    EXPECT_EQ(outside.mode("o"), 0640U);
+// Scope "files" skips links; "symboliclinks" tries each link itself and nothing else;
+// "all" changes files and tries links without following them; "target" changes each
+// link's own target and reports the dangling one.
+TEST_F(PermsWalkLinkTest, WhatEachScopeDoesWithLinks) {
+    struct Row {
+        const char16_t* scope;
+        std::vector<std::string> failures;
+        unsigned inside, outsideMode;
+    };
+    const Row rows[] = {
+        {u"files", {}, 0640, 0600},
+        {u"symboliclinks", {"l-dangling", "l-inside", "l-outside"}, 0600, 0600},
+        {u"all", {"l-dangling", "l-inside", "l-outside"}, 0640, 0600},
+        {u"target", {"l-dangling"}, 0640, 0640},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(fl::i18n::to_utf8(row.scope));
+        tree.setMode("f", 0600);
+        outside.setMode("o", 0600);
+        const auto failures = failureRows(walk(row.scope).get());
+        ASSERT_EQ(failures.size(), row.failures.size());
+        for (std::size_t i = 0; i < failures.size(); ++i)
+            EXPECT_EQ(failures[i].name, tree.upath(row.failures[i])) << i;
+        EXPECT_EQ(tree.mode("f"), row.inside);
+        EXPECT_EQ(outside.mode("o"), row.outsideMode);
+    }
+    const auto dangling = failureRows(walk(u"target").get());
+    ASSERT_EQ(dangling.size(), 1U);
+    EXPECT_EQ(dangling[0].cause, catalogText<BrokenSymlink>(tree.upath("l-dangling")));
 }
 
 TEST_F(PermsWalkLinkTest, ALinkedFolderIsNeverDescended) {
