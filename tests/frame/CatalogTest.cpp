@@ -1,6 +1,7 @@
 // The identifier table against the catalogs, and the catalogs against the locale.
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Text.hpp"
+#include "zkfs/test/GatewayCall.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 
@@ -24,19 +25,7 @@ using fl::i18n::MessageCatalog;
 using fl::i18n::ZkLocale;
 using foundation::core::except::IMsgIDException;
 
-// Sets the global locale for one test and puts the previous one back.
-class ScopedLocale {
-public:
-    explicit ScopedLocale(const std::string& name) : saved_(ZkLocale::global()) {
-        ZkLocale::global(ZkLocale(name));
-    }
-    ScopedLocale(const ScopedLocale&) = delete;
-    ScopedLocale& operator=(const ScopedLocale&) = delete;
-    ~ScopedLocale() { ZkLocale::global(saved_); }
-
-private:
-    ZkLocale saved_;
-};
+using zkfs::test::ScopedLocale;
 
 fl::ustring textIn(const char* identifier, const char* language) {
     const auto t = MessageCatalog::find_text(identifier, language);

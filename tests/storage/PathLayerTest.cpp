@@ -21,20 +21,7 @@ namespace fs = fl::filesystem;
 using fl::i18n::to_utf8;
 using S = fs::file_status;
 
-// Runs the test body from inside a folder, and goes back afterwards.
-class CurrentFolder {
-public:
-    explicit CurrentFolder(const std::filesystem::path& folder)
-        : saved_(std::filesystem::current_path()) {
-        std::filesystem::current_path(folder);
-    }
-    ~CurrentFolder() { std::filesystem::current_path(saved_); }
-    CurrentFolder(const CurrentFolder&) = delete;
-    CurrentFolder& operator=(const CurrentFolder&) = delete;
-
-private:
-    std::filesystem::path saved_;
-};
+using zkfs::test::InFolder;
 
 TEST(MakeNativeForm, CleansWithoutTouchingDotDot) {
     const std::vector<std::pair<const char16_t*, const char16_t*>> rows = {
@@ -57,7 +44,7 @@ TEST(MakeNativeForm, CleansWithoutTouchingDotDot) {
     }
     // Relative paths are taken from the current folder, or stay relative.
     zkfs::test::TempTree tree;
-    CurrentFolder here(tree.root());
+    InFolder here(tree.root());
     const fl::ustring root = tree.upath("");
     EXPECT_EQ(fs::detail::make_native_form(u"a/./b//c", true), root + u"/a/b/c");
     EXPECT_EQ(fs::detail::make_native_form(u"../x", true), root + u"/../x");
@@ -144,7 +131,7 @@ TEST_F(PathLayer, CanonicalResolvesEveryLinkAndRemoveTakesTheName) {
                             "QUORIN:filesystem:pathNotFound", p("dangling"));
     EXPECT_THROW((void)fs::canonical(p("loop"), u""), fs::SystemError);
     {
-        CurrentFolder here(tree_.root());
+        InFolder here(tree_.root());
         EXPECT_EQ(fs::canonical(u"./link-to-file", u""), p("f"));
     }
 
@@ -165,7 +152,7 @@ TEST(PathManagement, StringsAndIRIs) {
     using Hexfarrow::PathManagement::GetIRIFromString;
     using Hexfarrow::PathManagement::GetStringFromIRI;
     zkfs::test::TempTree tree;
-    CurrentFolder here(tree.root());
+    InFolder here(tree.root());
     EXPECT_EQ(
         GetIRIFromString(u"a b/./c").toString(),
         foundation::storage::vfs::toAbsoluteIRI(u"file", tree.upath("") + u"/a b/c").toString());

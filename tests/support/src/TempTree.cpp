@@ -179,4 +179,15 @@ bool TempTree::remove() {
     return true;
 }
 
+InFolder::InFolder(const std::filesystem::path& folder)
+    : previous_(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder);
+}
+
+InFolder::~InFolder() {
+    std::error_code ec;
+    std::filesystem::current_path(previous_, ec);
+    EXPECT_FALSE(ec) << "could not return to " << previous_ << ": " << ec.message();
+}
+
 }  // namespace zkfs::test

@@ -64,4 +64,17 @@ private:
     bool removed_ = false;
 };
 
+// Makes `folder` the current folder for one scope, and goes back however the scope ends
+// (a test failure when the way back is gone).
+class InFolder {
+public:
+    explicit InFolder(const std::filesystem::path& folder);
+    InFolder(const InFolder&) = delete;
+    InFolder& operator=(const InFolder&) = delete;
+    ~InFolder();
+
+private:
+    std::filesystem::path previous_;
+};
+
 }  // namespace zkfs::test
