@@ -25,23 +25,6 @@ using quorin::io::filesystem::quorin::getContentTypeFcn;
 
 class UrlBuiltins : public LiveArrayTest {};
 
-TEST_F(UrlBuiltins, CountsAreCheckedBeforeAnyArgument) {
-    // createFileURL ignores arguments after its first, so it has no upper input count.
-    expectCountErrors({
-        {"getContentType", call<&getContentTypeFcn>, 2, 1, "QUORIN:TooManyOutputs"},
-        {"getContentType", call<&getContentTypeFcn>, 1, 2, "QUORIN:TooManyInputs"},
-        {"getContentType", call<&getContentTypeFcn>, 1, 0, "QUORIN:NotEnoughInputs"},
-        {"isAbsolutePath", call<&isAbsolutePathNoIOFcn>, 2, 1, "QUORIN:TooManyOutputs"},
-        {"isAbsolutePath", call<&isAbsolutePathNoIOFcn>, 1, 2, "QUORIN:TooManyInputs"},
-        {"isAbsolutePath", call<&isAbsolutePathNoIOFcn>, 1, 0, "QUORIN:NotEnoughInputs"},
-        {"createFileURL", call<&createFileURL>, 2, 1, "QUORIN:TooManyOutputs"},
-        {"createFileURL", call<&createFileURL>, 1, 0, "QUORIN:NotEnoughInputs"},
-        {"createURLFromParts", call<&createURLFromPartsFcn>, 2, 2, "QUORIN:TooManyOutputs"},
-        {"createURLFromParts", call<&createURLFromPartsFcn>, 1, 3, "QUORIN:TooManyInputs"},
-        {"createURLFromParts", call<&createURLFromPartsFcn>, 1, 1, "QUORIN:NotEnoughInputs"},
-    });
-}
-
 TEST_F(UrlBuiltins, ContentTypeByExtensionOrKind) {
     TempTree tree;
     tree.makeFile("data/measurements.csv", "a,b\n1,2\n");
@@ -59,12 +42,10 @@ TEST_F(UrlBuiltins, ContentTypeByExtensionOrKind) {
 }
 
 TEST_F(UrlBuiltins, ContentTypeRefusesWhatIsNotOneText) {
-    expectRefused(
-        call<&getContentTypeFcn>,
-        arrays(stringArray({1, 2}, {u"/a.csv", u"/b.csv"}), stringArray({0, 0}, {}),
-               charMatrix({u"abc", u"def"}), charArray({0, 3}, u""), charArray({1, 2, 2}, u"abcd"),
-               cellRow(charRow(u"/a.csv")), doubleScalar(1)),
-        "QUORIN:string:MustBeStringScalarOrCharacterVector", {});
+    // The strict reading of one text (the frame's tests hold every kind it refuses).
+    expectRefused(call<&getContentTypeFcn>,
+                  arrays(stringArray({1, 2}, {u"/a.csv", u"/b.csv"}), charMatrix({u"abc", u"def"})),
+                  "QUORIN:string:MustBeStringScalarOrCharacterVector", {});
     expectRefused(call<&getContentTypeFcn>, arrays(missingString()),
                   "QUORIN:string:MissingNotSupported", {});
 }
@@ -110,7 +91,6 @@ TEST_F(UrlBuiltins, AbsolutePathTable) {
 }
 
 TEST_F(UrlBuiltins, AbsolutePathKeepsEveryShape) {
-    EXPECT_EQ(absolute(ArgList(charRow(u"")), {1, 1}), std::vector<bool>{false});
     // Cells in column-major order: (1,1) (2,1) (1,2) (2,2).
     EXPECT_EQ(absolute(ArgList(cellArray({2, 2}, arrays(charRow(u"/a"), charRow(u"b"), charEmpty(),
                                                         charRow(u"http://h/")))),
@@ -119,26 +99,14 @@ TEST_F(UrlBuiltins, AbsolutePathKeepsEveryShape) {
     // A missing string answers false, the others as usual.
     EXPECT_EQ(absolute(ArgList(stringArray({1, 3}, {u"/a", std::nullopt, u"/b"})), {1, 3}),
               (std::vector<bool>{true, false, true}));
-    EXPECT_EQ(absolute(ArgList(stringArray({1, 2, 2}, {u"/a", u"a", u"b", u"/b"})), {1, 2, 2}),
-              (std::vector<bool>{true, false, false, true}));
-    EXPECT_TRUE(absolute(ArgList(stringArray({0, 3}, {})), {0, 3}).empty());
     EXPECT_TRUE(absolute(ArgList(cellArray({1, 0}, {})), {1, 0}).empty());
 }
 
-TEST_F(UrlBuiltins, AbsolutePathRefusalsNameTheInputInTheGlobalLocale) {
-    expectRefused(call<&isAbsolutePathNoIOFcn>,
-                  arrays(cellRow(charRow(u"/a"), stringScalar(u"/b")), cellRow(doubleScalar(3)),
-                         cellArray({1, 2}, arrays(charRow(u"/a"), nullptr)),
-                         cellRow(charMatrix({u"ab", u"cd"})), cellRow(charArray({0, 3}, u""))),
+TEST_F(UrlBuiltins, AbsolutePathRefusalsNameTheInput) {
+    expectRefused(call<&isAbsolutePathNoIOFcn>, arrays(cellRow(charRow(u"/a"), stringScalar(u"/b"))),
                   "QUORIN:string:MustBeCellArrayOfStrings", {u"Input path"});
-    expectRefused(
-        call<&isAbsolutePathNoIOFcn>,
-        arrays(charMatrix({u"/ab", u"/cd"}), charArray({1, 2, 2}, u"/abc"), doubleScalar(42),
-               logicalScalar(true), structScalar(field("Name", charRow(u"/a"))), nullptr),
-        "QUORIN:string:MustBeCharCellArrayOrString", {u"Input path"});
-    ScopedLocale german("de_DE.UTF-8");
-    expectRefused(call<&isAbsolutePathNoIOFcn>, arrays(doubleScalar(1)),
-                  "QUORIN:string:MustBeCharCellArrayOrString", {u"Eingabepfad"});
+    expectRefused(call<&isAbsolutePathNoIOFcn>, arrays(charMatrix({u"/ab", u"/cd"})),
+                  "QUORIN:string:MustBeCharCellArrayOrString", {u"Input path"});
 }
 
 class CreateFileURL : public LiveArrayTest {};
@@ -183,19 +151,14 @@ TEST_F(CreateFileURL, EveryFormKeepsItsShapeAndLaterArgumentsAreIgnored) {
               (std::vector<StringElement>{u"file:///a", u"file:///b", u"file:///c", u"file://"}));
     EXPECT_EQ(urlsFor(ArgList(cellArray({2, 1}, arrays(charRow(u"/a b"), charEmpty()))), {2, 1}),
               (std::vector<StringElement>{u"file:///a%20b", u"file://"}));
-    EXPECT_TRUE(urlsFor(ArgList(stringArray({0, 0}, {})), {0, 0}).empty());
     EXPECT_TRUE(urlsFor(ArgList(cellArray({0, 2}, {})), {0, 2}).empty());
     EXPECT_EQ(urlsFor(ArgList(charRow(u"/a"), doubleScalar(1), structScalar()), {1, 1}),
               std::vector<StringElement>{u"file:///a"});
 }
 
-// The zero-based linear index of the first bad cell is the error's argument.
+// The zero-based linear index of the first bad cell is the error's argument; column-major
+// order: the (2,1) cell of a 2x2 is index 1, not 2.
 TEST_F(CreateFileURL, BadCellIsNamedByItsIndex) {
-    expectRefused(call<&createFileURL>,
-                  arrays(cellArray({1, 1}, arrays(nullptr)), cellRow(charMatrix({u"/a", u"/b"})),
-                         cellRow(charArray({1, 1, 2}, u"/a"))),
-                  "QUORIN:string:MustBeCellArrayOfStrings", {"0"});
-    // Column-major order: the (2,1) cell of a 2x2 is index 1, not 2.
     expectRefused(call<&createFileURL>,
                   arrays(cellArray({2, 2}, arrays(charRow(u"/a"), doubleScalar(1), charRow(u"/c"),
                                                   charRow(u"/d")))),
@@ -205,12 +168,8 @@ TEST_F(CreateFileURL, BadCellIsNamedByItsIndex) {
 // A relative path needs the current folder; when that is gone the native form fails,
 // and the error names the path as the user wrote it, not a half-made native form.
 TEST_F(CreateFileURL, PathWithoutANativeFormIsAnInvalidFileURLPath) {
-    struct Restore {
-        std::filesystem::path saved = std::filesystem::current_path();
-        ~Restore() { std::filesystem::current_path(saved); }
-    } restore;
     TempTree tree;
-    std::filesystem::current_path(tree.makeFolder("gone"));
+    InFolder gone(tree.makeFolder("gone"));
     std::filesystem::remove(tree.path("gone"));
     expectRefused(call<&createFileURL>, arrays(charRow(u"data/./x.csv")),
                   "QUORIN:io:common:file:InvalidFileURLPath", {u"data/./x.csv"});
@@ -236,7 +195,8 @@ std::vector<StringElement> joined(fl::ustring base, fl::ustring relative) {
     return joined(stringScalar(base), charRow(relative));
 }
 
-// RFC 3986 section 5.4, normal and abnormal examples (one per rule), then realistic links.
+// Resolution itself is the IRI library's (its tests hold the RFC 3986 examples): a few
+// references of each kind, then realistic links.
 TEST_F(CreateURLFromParts, ResolutionExamples) {
     struct Row {
         fl::ustring relative;
@@ -246,19 +206,9 @@ TEST_F(CreateURLFromParts, ResolutionExamples) {
     const std::vector<Row> table = {
         {u"g:h", u"g:h"},
         {u"g", u"http://a/b/c/g"},
-        {u"./g", u"http://a/b/c/g"},
-        {u"/g", u"http://a/g"},
         {u"//g", u"http://g"},
-        {u"?y", u"http://a/b/c/d;p?y"},
-        {u"#s", u"http://a/b/c/d;p?q#s"},
         {u"", u"http://a/b/c/d;p?q"},
-        {u".", u"http://a/b/c/"},
-        {u"..", u"http://a/b/"},
-        {u"../../g", u"http://a/g"},
         {u"../../../g", u"http://a/g"},
-        {u"/./g", u"http://a/g"},
-        {u"g.", u"http://a/b/c/g."},
-        {u"g;x=1/../y", u"http://a/b/c/y"},
         {u"../files/summary.parquet?rev=3#top",
          u"https://data.example.org/v1/files/summary.parquet?rev=3#top",
          u"https://data.example.org/v1/datasets/"},
