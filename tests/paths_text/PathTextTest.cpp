@@ -20,23 +20,14 @@ class PathText : public LiveArrayTest {};
 
 constexpr const char* kInvalidAbsolute = "QUORIN:io:filesystem:relativepath:InvalidAbsolutePath";
 
-TEST_F(PathText, CountsAreCheckedBeforeAnyArgument) {
-    expectCountErrors({
-        {"relativepath", call<&relativepath>, 2, 2, "QUORIN:TooManyOutputs"},
-        {"relativepath", call<&relativepath>, 1, 1, "QUORIN:NotEnoughInputs"},
-        {"relativepath", call<&relativepath>, 1, 3, "QUORIN:TooManyInputs"},
-        {"pathNameLength", call<&pathNameLengthValidation>, 2, 1, "QUORIN:TooManyOutputs"},
-        {"pathNameLength", call<&pathNameLengthValidation>, 1, 2, "QUORIN:TooManyInputs"},
-        {"pathNameLength", call<&pathNameLengthValidation>, 1, 0, "QUORIN:NotEnoughInputs"},
-    });
-}
-
 std::vector<StringElement> related(unique_vqarray_ptr source, unique_vqarray_ptr destination,
                                    const Dims& dims) {
     return stringsFrom(call<&relativepath>, ArgList(std::move(source), std::move(destination)),
                        dims);
 }
 
+// The route itself is the core's (its tests hold the table); the gateway adds the answer
+// for locations without a common root: the destination as given.
 TEST_F(PathText, RelativePathTable) {
     struct Row {
         fl::ustring source;
@@ -44,15 +35,8 @@ TEST_F(PathText, RelativePathTable) {
         fl::ustring relative;
     };
     const std::vector<Row> table = {
-        {u"/a/b", u"/a/b", u"."},
-        {u"/a/b", u"/a/b/c/d.txt", u"c/d.txt"},
-        {u"/a/b/", u"/a/b/c", u"c"},
-        {u"/a/b", u"/a/x", u"../x"},
         {u"/a/b/c", u"/x/y", u"../../../x/y"},
-        {u"/", u"/etc/hosts", u"etc/hosts"},
-        {u"/a/./b//c/..", u"/a/b/d", u"d"},
         {u"/proj/src", u"/proj/data/caf\u00e9.csv", u"../data/caf\u00e9.csv"},
-        {u"https://h/a/b", u"https://h/a/c/d", u"../c/d"},
         {u"https://h/a/", u"https://h/a/x.csv?rev=3#top", u"x.csv?rev=3#top"},
         // No common root: the destination is kept as given.
         {u"/a/b", u"https://h/a/b", u"https://h/a/b"},
@@ -90,18 +74,15 @@ TEST_F(PathText, RelativePathRefusals) {
     // The destination is bad too: the source's error must win.
     expectRefused(call<&relativepath>,
                   arrays(doubleScalar(1), stringArray({1, 2}, {u"/a", u"/b"}),
-                         charMatrix({u"/ab", u"/cd"}), cellRow(charRow(u"/a"), charRow(u"/b")),
-                         cellRow(stringScalar(u"/a")), structScalar(field("Path", charRow(u"/a")))),
+                         cellRow(charRow(u"/a"), charRow(u"/b"))),
                   "QUORIN:io:filesystem:relativepath:InvalidSourcePathType", {},
                   [](unique_vqarray_ptr a) { return ArgList(std::move(a), doubleScalar(2)); });
     const auto asDestination = [](unique_vqarray_ptr a) {
         return ArgList(charRow(u"/a"), std::move(a));
     };
     expectRefused(call<&relativepath>,
-                  arrays(doubleScalar(1), logicalScalar(true), charMatrix({u"/ab", u"/cd"}),
-                         cellRow(charRow(u"/a"), stringScalar(u"/b")), cellRow(doubleScalar(1)),
-                         cellArray({1, 2}, arrays(charRow(u"/a"), nullptr)),
-                         structScalar(field("Path", charRow(u"/a")))),
+                  arrays(doubleScalar(1), charMatrix({u"/ab", u"/cd"}),
+                         cellRow(charRow(u"/a"), stringScalar(u"/b"))),
                   "QUORIN:io:filesystem:relativepath:InvalidDestinationPathType", {},
                   asDestination);
     // An invalid location stops the walk and names the text; the source is looked at first.
@@ -154,30 +135,20 @@ TEST_F(PathText, NameLengthGivesOneColumn) {
     EXPECT_EQ(
         valid(ArgList(stringArray({2, 3}, {u"a", units(5000), u"b", u"c", units(4353), u"d"})), 6),
         (std::vector<bool>{true, false, true, true, false, true}));
-    EXPECT_EQ(valid(ArgList(stringArray({1, 2, 2}, {units(4353), u"a", u"b", u"c"})), 4),
-              (std::vector<bool>{false, true, true, true}));
     EXPECT_EQ(valid(ArgList(cellArray({2, 2}, arrays(charRow(u"/data"), charRow(units(4353)),
                                                      charEmpty(), charRow(units(4352))))),
                     4),
               (std::vector<bool>{true, false, true, true}));
-    EXPECT_TRUE(valid(ArgList(stringArray({3, 0}, {})), 0).empty());
     EXPECT_TRUE(valid(ArgList(cellArray({0, 0}, {})), 0).empty());
 }
 
-TEST_F(PathText, NameLengthRefusalsNameTheInputInTheGlobalLocale) {
+TEST_F(PathText, NameLengthRefusalsNameTheInput) {
     expectRefused(call<&pathNameLengthValidation>,
-                  arrays(cellRow(charRow(u"/a"), stringScalar(u"/b")), cellRow(doubleScalar(1)),
-                         cellRow(charMatrix({u"ab", u"cd"})), cellRow(cellRow(charRow(u"/a"))),
-                         cellArray({1, 2}, arrays(charRow(u"/a"), nullptr))),
+                  arrays(cellRow(charRow(u"/a"), stringScalar(u"/b"))),
                   "QUORIN:string:MustBeCellArrayOfStrings", {u"Input path"});
     expectRefused(call<&pathNameLengthValidation>,
-                  arrays(charMatrix({u"abc", u"def"}), charArray({0, 3}, u""),
-                         charArray({1, 2, 2}, u"abcd"), doubleScalar(4352), logicalScalar(true),
-                         structScalar(field("Name", charRow(u"/a")))),
+                  arrays(charMatrix({u"abc", u"def"}), doubleScalar(4352)),
                   "QUORIN:string:MustBeCharCellArrayOrString", {u"Input path"});
-    ScopedLocale german("de_DE.UTF-8");
-    expectRefused(call<&pathNameLengthValidation>, arrays(cellRow(doubleScalar(1))),
-                  "QUORIN:string:MustBeCellArrayOfStrings", {u"Eingabepfad"});
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #pragma once
 // Calling a gateway as the host does (owned arguments, fresh result slots, so a test can
 // check both what was stored and what was not), and the tables every built-in shares:
-// count errors and refused arguments.
+// refused arguments.
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/Errors.hpp"
 
@@ -65,25 +65,6 @@ inline std::string kindOf(const vqArray* a) {
     if (a == nullptr) return "null";
     return std::string(vqGetClassName(a)) + " " + std::to_string(vqGetM(a)) + "x" +
            std::to_string(vqGetN(a));
-}
-
-// Counts are judged before any argument: the arguments are all numbers.
-struct CountRow {
-    const char* gateway;
-    Call call;
-    int outs;
-    int ins;
-    const char* id;
-};
-inline void expectCountErrors(const std::vector<CountRow>& rows) {
-    for (const CountRow& row : rows) {
-        SCOPED_TRACE(std::string(row.gateway) + " " + row.id);
-        ArgList args;
-        for (int i = 0; i < row.ins; ++i) args.add(doubleScalar(1));
-        OutputSlots out(static_cast<std::size_t>(std::max(row.outs, 1)));
-        EXPECT_IDENTIFIED_ERROR(row.call(row.outs, out, args), row.id);
-        EXPECT_EQ(out[0], nullptr);
-    }
 }
 
 // Each bad array, placed in an argument list by `place`, is refused with `id` and exactly
