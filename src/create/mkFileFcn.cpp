@@ -71,7 +71,7 @@ std::optional<StorageFailure> makeEmptyFile(fl::ustring& path, const fl::ustring
         const bool isIRI =
             core::setupPathForURLConstruction(path, core::ResolveSymbolicLinks::AllButLast, false);
         const vfs::AbsoluteIRI location = locationOf(path, isIRI);
-        quorin::io::filesystem::core::createParentIfNeeded(location, storage);
+        core::createParentIfNeeded(location, storage);
         createReplacing(vfs::File(location, storage), ruleValue == u"overwrite");
         return std::nullopt;
     } catch (const vfs::Exception& e) {

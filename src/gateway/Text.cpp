@@ -54,7 +54,7 @@ void throwBadCellElement(std::size_t index, CellErrorArgument argument) {
     throwError<QUORIN::string::MustBeCellArrayOfStrings>(inputPathName());
 }
 
-std::size_t textElementCount(const vqArray* arg) {
+Hexfarrow::String::TextDispatch::Kind classifyText(const vqArray* arg) {
     using Hexfarrow::String::TextDispatch;
     bool notText = false;
     TextDispatch::Kind kind{};
@@ -63,8 +63,14 @@ std::size_t textElementCount(const vqArray* arg) {
     } catch (const TextDispatch::NotText&) {
         notText = true;
     }
+    // Replaced outside the handler, once the host's exception is gone.
     if (notText) throwNotTextReplacement();
-    return kind == TextDispatch::Kind::Char ? 1 : vqGetNumberOfElements(arg);
+    return kind;
+}
+
+std::size_t textElementCount(const vqArray* arg) {
+    using Hexfarrow::String::TextDispatch;
+    return classifyText(arg) == TextDispatch::Kind::Char ? 1 : vqGetNumberOfElements(arg);
 }
 
 std::vector<vqSize> textResultDims(const vqArray* arg) {

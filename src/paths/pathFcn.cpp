@@ -53,25 +53,12 @@ PathConstituents analyse(const fl::ustring& path, FileSystemType type) {
     return c;
 }
 
-TextDispatch::Kind classifyText(const vqArray* arg) {
-    bool notText = false;
-    TextDispatch::Kind kind{};
-    try {
-        kind = TextDispatch::classify(arg);
-    } catch (const TextDispatch::NotText&) {
-        notText = true;
-    }
-    // Replaced outside the handler, once the host's exception is gone.
-    if (notText) gw::throwNotTextReplacement();
-    return kind;
-}
-
 // Where the convention of path i comes from: one text for every path, or the element of
 // a string or cell array with the same linear index.
 class Conventions {
 public:
     Conventions(const vqArray* arg, std::size_t pathCount) : arg_(arg) {
-        kind_ = classifyText(arg);
+        kind_ = gw::classifyText(arg);
         if (kind_ == TextDispatch::Kind::Char) {
             single_ = fileSystemType(fl::ustring_view(vqGetChars(arg), vqGetNumberOfElements(arg)));
             return;
@@ -184,7 +171,7 @@ void pathFcn(int outCount, unique_vqarray_ptr* outputs, int argCount, const vqAr
     if (argCount < 2) matrix::detail::error_minrhs();
 
     const vqArray* paths = args[0];
-    const TextDispatch::Kind pathKind = classifyText(paths);
+    const TextDispatch::Kind pathKind = gw::classifyText(paths);
     const std::size_t pathCount =
         pathKind == TextDispatch::Kind::Char ? 1 : vqGetNumberOfElements(paths);
     const Conventions conventions(args[1], pathCount);

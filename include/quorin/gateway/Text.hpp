@@ -40,6 +40,10 @@ fl::ustring toUstring(const ScalarTextView& view);
 // the 0-based linear index of the bad element as decimal 8-bit text.
 enum class CellErrorArgument { InputName, ElementIndex };
 
+// The kind of a many-text argument; anything else raises the library's own not-text
+// error in place of the host's.
+Hexfarrow::String::TextDispatch::Kind classifyText(const vqArray* arg);
+
 // Element count of a many-text argument (1 for char), after its kind is checked.
 std::size_t textElementCount(const vqArray* arg);
 
@@ -54,16 +58,7 @@ template <class F>
 void forEachText(const vqArray* arg, F&& f,
                  CellErrorArgument cellError = CellErrorArgument::InputName) {
     using Hexfarrow::String::TextDispatch;
-    TextDispatch::Kind kind{};
-    bool notText = false;
-    try {
-        kind = TextDispatch::classify(arg);
-    } catch (const TextDispatch::NotText&) {
-        notText = true;
-    }
-    if (notText) throwNotTextReplacement();
-
-    switch (kind) {
+    switch (classifyText(arg)) {
         case TextDispatch::Kind::Char:
             f(std::size_t{0}, std::optional<fl::ustring_view>(
                                   fl::ustring_view(vqGetChars(arg), vqGetNumberOfElements(arg))));
