@@ -153,16 +153,6 @@ TEST_F(PermsChangeTest, ScopeTargetBehindAClosedFolderReportsTheDeniedTarget) {
     });
 }
 
-TEST_F(PermsChangeTest, ScopeTargetOnALinkLoopCannotDetermineTheTarget) {
-    tree.makeLink("b", "a");
-    tree.makeLink("a", "b");
-    const fl::ustring link = tree.upath("a");
-    const auto out = modifyPermsOut(link, u"Other", request({{"GroupRead", true}}), u"target");
-    const auto rows = failureRows(out.get());
-    ASSERT_EQ(rows.size(), 1U);
-    EXPECT_EQ(rows[0].cause, catalogText<UnableToDetermineTarget>(link));
-}
-
 TEST_F(PermsChangeTest, AFileOfAnotherUserFailsWithTheSystemsReason) {
     if (!runningAsRoot()) GTEST_SKIP() << "needs a file owned by another user";
     tree.makeFile("f");
