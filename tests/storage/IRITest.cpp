@@ -343,7 +343,7 @@ TEST(StorageErrors, CloneAndRethrowKeepClassAndState) {
     }
 }
 
-// English texts have a hole for each argument; translations none beyond them.
+// English texts have a hole for each argument (the catalog tests compare translations).
 TEST(StorageErrors, CatalogTextsHaveTheirHoles) {
     const std::vector<std::pair<const char*, std::size_t>> identifiers = {
         {"QUORIN:storage:invalidLocation", 1},   {"QUORIN:storage:permissionDenied", 1},
@@ -358,12 +358,6 @@ TEST(StorageErrors, CatalogTextsHaveTheirHoles) {
         const auto english = MessageCatalog::find_text(id, "en");
         ASSERT_TRUE(english.has_value());
         EXPECT_EQ(MessageCatalog::hole_count(*english), arguments);
-        for (const std::string& language : MessageCatalog::languages()) {
-            const auto text = MessageCatalog::find_text(id, language);
-            if (text) {
-                EXPECT_LE(MessageCatalog::hole_count(*text), arguments) << language;
-            }
-        }
     }
 }
 
