@@ -20,9 +20,6 @@ printf 'x' > "$root/data/raw/sensor log (march).txt"
 printf 'PAR1' > "$root/data/processed/summary.parquet"
 ln -s data/processed/summary.parquet "$root/latest"
 ln -s gone.csv "$root/dangling"
-# Modification times around the epoch: 0.9 ms after it, 1.5 ms before it.
-printf 'a' > "$root/after-epoch.txt" && touch -m -d @0.0009 "$root/after-epoch.txt"
-printf 'b' > "$root/before-epoch.txt" && touch -m -d @-0.0015 "$root/before-epoch.txt"
 
 # ZKFS_QFS_LAUNCHER (split into words) runs qfs under a tool such as valgrind.
 stmt=$(printf '%s' "$statement" | sed "s|@R@|$root|g")
