@@ -1,8 +1,8 @@
 #!/bin/sh
 # One end-to-end case of the file and link built-ins. Builds a small project tree in a
 # scratch folder, runs the statements through `qfs --json -f` from inside it (one
-# process, so mem:// locations live across statements), then lists what the tree holds
-# and checks the expectations against qfs's output plus that listing.
+# process), then lists what the tree holds and checks the expectations against qfs's
+# output plus that listing.
 #
 # usage: run_case.sh QFS LIBRARY [-s STATEMENT | -e TEXT | -n TEXT]...
 #   -s  a statement to run, in order
@@ -23,7 +23,6 @@ root=$(cd "$scratch" && pwd -P)/project
 mkdir -p "$root/data/raw" "$root/notes"
 printf 'a,b\n1,2\n' > "$root/data/raw/measurements.csv"
 printf 'keep\n' > "$root/notes/existing.txt"
-printf 'x' > "$root/notes/sensor log (march).txt"
 ln -s data/raw/measurements.csv "$root/latest"
 ln -s gone.csv "$root/dangling"
 ln -s loop-b "$root/loop-a"
