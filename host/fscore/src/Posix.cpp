@@ -116,6 +116,8 @@ bool openWithoutLinks(const std::string& path, struct stat& target) {
 int probeName(const std::string& path, struct stat& self, bool wantAccess, bool& readable,
               bool& writable) noexcept {
     if (const int e = injected("lstat", path)) return e;
+    // Status alone is one lstat; the descriptor only pays off when access is asked too.
+    if (!wantAccess) return ::lstat(path.c_str(), &self) == 0 ? 0 : errno;
     const Fd fd(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (fd.get() < 0) return errno;
     if (::fstat(fd.get(), &self) != 0) return errno;
