@@ -5,7 +5,6 @@
 #include <functional>
 #include <numeric>
 #include <stdexcept>
-#include <type_traits>
 
 #include "Hexfarrow/String/String.hpp"
 
@@ -49,13 +48,6 @@ unique_vqarray_ptr charMatrix(std::initializer_list<fl::ustring_view> rows) {
 }
 
 unique_vqarray_ptr doubleScalar(double value) { return vqCreateDoubleScalar(value); }
-
-unique_vqarray_ptr doubleArray(const Dims& dims, const std::vector<double>& values) {
-    requireCount(dims, values.size(), "doubleArray");
-    auto a = vqCreateNumericArray(dims, vqDOUBLE_CLASS);
-    std::copy(values.begin(), values.end(), vqGetPr(a.get()));
-    return a;
-}
 
 unique_vqarray_ptr numericArray(vqClassID cls, const Dims& dims) {
     return vqCreateNumericArray(dims, cls);
@@ -153,14 +145,12 @@ std::vector<StringElement> stringsOf(const vqArray* a) {
 
 std::vector<bool> logicalsOf(const vqArray* a) {
     if (a == nullptr || !vqIsLogical(a)) throw std::invalid_argument("logicalsOf: not a logical array");
-    const vqLogical* p = vqGetLogicals(a);
-    return std::vector<std::remove_cv_t<std::remove_pointer_t<decltype(p)>>>(p, p + vqGetNumberOfElements(a));
+    return std::vector<bool>(vqGetLogicals(a), vqGetLogicals(a) + vqGetNumberOfElements(a));
 }
 
 std::vector<double> doublesOf(const vqArray* a) {
     if (a == nullptr || !vqIsDouble(a)) throw std::invalid_argument("doublesOf: not a double array");
-    const double* p = vqGetPr(a);
-    return std::vector<std::remove_cv_t<std::remove_pointer_t<decltype(p)>>>(p, p + vqGetNumberOfElements(a));
+    return std::vector<double>(vqGetPr(a), vqGetPr(a) + vqGetNumberOfElements(a));
 }
 
 ArgList& ArgList::add(unique_vqarray_ptr array) {

@@ -29,47 +29,26 @@ struct Report {
     std::string message;
 };
 
-void putField(std::string& out, const std::string& field) {
-    const auto n = static_cast<std::uint32_t>(field.size());
-    out.append(reinterpret_cast<const char*>(&n), sizeof n);
-    out += field;
-}
-
+// Each field ends with a NUL: every field comes from a C string, so none holds one.
 std::string encode(const std::vector<Report>& reports) {
     std::string out;
     for (const auto& r : reports) {
-        putField(out, r.file);
-        putField(out, std::to_string(r.line));
-        putField(out, r.message);
+        for (const std::string& field : {r.file, std::to_string(r.line), r.message}) {
+            out += field;
+            out += '\0';
+        }
     }
     return out;
 }
 
-bool takeField(const std::string& in, std::size_t& pos, std::string& field) {
-    std::uint32_t n = 0;
-    if (in.size() - pos < sizeof n) return false;
-    std::memcpy(&n, in.data() + pos, sizeof n);
-    pos += sizeof n;
-    if (in.size() - pos < n) return false;
-    field.assign(in, pos, n);
-    pos += n;
-    return true;
-}
-
 // False when the data is cut short (a child that died half-way through writing).
 bool decode(const std::string& in, std::vector<Report>& reports) {
-    std::size_t pos = 0;
-    while (pos < in.size()) {
-        Report r{};
-        std::string line;
-        if (!takeField(in, pos, r.file) || !takeField(in, pos, line) ||
-            !takeField(in, pos, r.message)) {
-            return false;
-        }
-        r.line = std::stoi(line);
-        reports.push_back(std::move(r));
-    }
-    return true;
+    std::vector<std::string> fields;
+    for (std::size_t pos = 0, end; (end = in.find('\0', pos)) != std::string::npos; pos = end + 1)
+        fields.emplace_back(in, pos, end - pos);
+    for (std::size_t i = 0; i + 2 < fields.size(); i += 3)
+        reports.push_back({fields[i], std::stoi(fields[i + 1]), fields[i + 2]});
+    return fields.size() % 3 == 0 && (in.empty() || in.back() == '\0');
 }
 
 void writeAll(int fd, const std::string& data) {

@@ -35,7 +35,6 @@ unique_vqarray_ptr charMatrix(std::initializer_list<fl::ustring_view> rows);
 
 // --- numeric and logical ---------------------------------------------------------------
 unique_vqarray_ptr doubleScalar(double value);
-unique_vqarray_ptr doubleArray(const Dims& dims, const std::vector<double>& values);
 // A zero-filled real array of any numeric class (int8 ... uint64, single, double).
 unique_vqarray_ptr numericArray(vqClassID cls, const Dims& dims);
 unique_vqarray_ptr logicalScalar(bool value);

@@ -26,7 +26,6 @@ public:
     LiveArrayGuard& operator=(const LiveArrayGuard&) = delete;
     ~LiveArrayGuard();
 
-    [[nodiscard]] long start() const noexcept { return start_; }
     // How many arrays are alive now that were not when the guard was made.
     [[nodiscard]] long change() const noexcept;
 
