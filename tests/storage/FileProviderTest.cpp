@@ -72,11 +72,8 @@ TEST_F(FileProvider, LinksAreSeenAsLinksAndRemovedAsNames) {
     tree_.makeLink("d", "link-to-folder");
     tree_.makeLink("missing", "dangling");
     tree_.makeLink("loop", "loop");
-    struct Row {
-        const char* name;
-        ExistenceType plain;
-        ExistenceTypeExtended extended;
-    };
+    // clang-format off
+    struct Row { const char* name; ExistenceType plain; ExistenceTypeExtended extended; };
     const std::vector<Row> rows = {
         {"link-to-file", ExistenceType::File, ExistenceTypeExtended::SymbolicLinkToFile},
         {"link-to-folder", ExistenceType::Folder, ExistenceTypeExtended::SymbolicLinkToFolder},
@@ -85,6 +82,7 @@ TEST_F(FileProvider, LinksAreSeenAsLinksAndRemovedAsNames) {
         {"none", ExistenceType::DoesNotExist, ExistenceTypeExtended::DoesNotExist},
         {"f/below", ExistenceType::DoesNotExist, ExistenceTypeExtended::DoesNotExist},
     };
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(vfs::exists(at(row.name), storage_), row.plain);
@@ -151,10 +149,8 @@ TEST_F(FileProvider, NamesThatAreNotUtf8Survive) {
 }
 
 TEST_F(FileProvider, PermissionBitsAreObeyed) {
-    tree_.makeFile("locked/existing", "data");
-    tree_.makeFile("hidden/secret");
-    tree_.makeFile("readonly.txt", "r");
-    tree_.makeFile("writeonly.txt", "w");
+    for (const char* name : {"locked/existing", "hidden/secret", "readonly.txt", "writeonly.txt"})
+        tree_.makeFile(name, "data");
     const auto ids = zkfs::test::unprivilegedIds();
     tree_.handTo(ids.uid, ids.gid);
     tree_.setMode("", 0755);
@@ -163,25 +159,23 @@ TEST_F(FileProvider, PermissionBitsAreObeyed) {
     tree_.setMode("readonly.txt", 0444);
     tree_.setMode("writeonly.txt", 0200);
     const auto before = tree_.snapshot();
-    const AbsoluteIRI root = at("");
-    const AbsoluteIRI locked = at("locked");
-    const AbsoluteIRI hidden = at("hidden");
-    const AbsoluteIRI readonly = at("readonly.txt");
-    const AbsoluteIRI writeonly = at("writeonly.txt");
+    const AbsoluteIRI root = at(""), locked = at("locked"), hidden = at("hidden"),
+                      readonly = at("readonly.txt"), writeonly = at("writeonly.txt");
     zkfs::test::runUnprivileged([&] {
         const auto storage = Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
+        const AbsoluteIRI made = locked.getChild(u"new"), gone = locked.getChild(u"existing"),
+                          sub = locked.getChild(u"sub"), secret = hidden.getChild(u"secret");
+        // clang-format off
         const std::vector<std::pair<AbsoluteIRI, std::function<void()>>> rows = {
-            {locked.getChild(u"new"), [&] { File(locked.getChild(u"new"), storage).createFile(); }},
-            {locked.getChild(u"existing"),
-             [&] { File(locked.getChild(u"existing"), storage).removeFile(); }},
-            {locked.getChild(u"sub"),
-             [&] { Folder(locked.getChild(u"sub"), storage).createFolder(); }},
+            {made, [&] { File(made, storage).createFile(); }},
+            {gone, [&] { File(gone, storage).removeFile(); }},
+            {sub, [&] { Folder(sub, storage).createFolder(); }},
             {hidden, [&] { (void)Folder(hidden, storage).listAll(); }},
             {hidden, [&] { (void)Folder(root, storage).listAllRecursive(); }},
-            {hidden.getChild(u"secret"),
-             [&] { (void)vfs::exists(hidden.getChild(u"secret"), storage); }},
+            {secret, [&] { (void)vfs::exists(secret, storage); }},
             {writeonly, [&] { IODevice d(File(writeonly, storage)); }},
         };
+        // clang-format on
         for (const auto& [where, call] : rows) {
             SCOPED_TRACE(where.toEncodedString());
             EXPECT_IDENTIFIED_ERROR(call(), "QUORIN:storage:permissionDenied", where.toString());
@@ -203,15 +197,9 @@ TEST_F(FileProvider, OpeningAFifoForReadingDoesNotWaitForAWriter) {
 }
 
 // Restores the real system calls however the test ends.
-class SeamGuard {
-public:
-    SeamGuard() : saved_(seam::systemCalls()) {}
-    ~SeamGuard() { seam::systemCalls() = saved_; }
-    SeamGuard(const SeamGuard&) = delete;
-    SeamGuard& operator=(const SeamGuard&) = delete;
-
-private:
-    seam::SystemCalls saved_;
+struct SeamGuard {
+    seam::SystemCalls saved = seam::systemCalls();
+    ~SeamGuard() { seam::systemCalls() = saved; }
 };
 
 struct Counters {

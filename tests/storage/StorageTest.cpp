@@ -153,12 +153,8 @@ TEST_P(StorageTest, RefusedCallsNameTheirLocationAndChangeNothing) {
     const File f(nowhere, storage_);
     const Folder n(nowhere, storage_);
     const std::string none = utf8(nowhere.toString());
-    struct Row {
-        const char* what;
-        std::function<void()> call;
-        int code;
-        std::string where;
-    };
+    // clang-format off
+    struct Row { const char* what; std::function<void()> call; int code; std::string where; };
     const std::vector<Row> rows = {
         {"createFile on a file", [&] { file(u"keep").createFile(); }, 3, where(u"keep")},
         {"createFile on a folder", [&] { file(u"d").createFile(); }, 3, where(u"d")},
@@ -169,16 +165,13 @@ TEST_P(StorageTest, RefusedCallsNameTheirLocationAndChangeNothing) {
         {"createFolder on a folder", [&] { folder(u"d").createFolder(); }, 3, where(u"d")},
         {"createFolder, no parent", [&] { folder(u"x/y").createFolder(); }, 4, where(u"x/y")},
         // The level that is in the way is named, not the folder asked for.
-        {"createFolderRecursive through a file",
-         [&] { folder(u"keep/deeper/x").createFolderRecursive(); }, 3, where(u"keep")},
+        {"createFolderRecursive through a file", [&] { folder(u"keep/deeper/x").createFolderRecursive(); }, 3, where(u"keep")},
         {"removeFolder, not empty", [&] { folder(u"d").removeFolder(); }, 5, where(u"d")},
         {"listAll of nothing", [&] { (void)folder(u"x").listAll(); }, 4, where(u"x")},
-        {"listAllRecursive of a file", [&] { (void)folder(u"keep").listAllRecursive(); }, 1,
-         where(u"keep")},
+        {"listAllRecursive of a file", [&] { (void)folder(u"keep").listAllRecursive(); }, 1, where(u"keep")},
         {"read nothing", [&] { IODevice d(file(u"x")); }, 4, where(u"x")},
         {"read a folder", [&] { IODevice d(file(u"d")); }, 1, where(u"d")},
-        {"write a folder", [&] { IODevice d(file(u"d"), IODevice::OpenMode::Write); }, 1,
-         where(u"d")},
+        {"write a folder", [&] { IODevice d(file(u"d"), IODevice::OpenMode::Write); }, 1, where(u"d")},
         {"attributes of nothing", [&] { (void)file(u"x").getAttributes(); }, 4, where(u"x")},
         {"exists nowhere", [&] { (void)vfs::exists(nowhere, storage_); }, 1, none},
         {"existsExtended nowhere", [&] { (void)vfs::existsExtended(nowhere, storage_); }, 1, none},
@@ -190,6 +183,7 @@ TEST_P(StorageTest, RefusedCallsNameTheirLocationAndChangeNothing) {
         {"createFolderRecursive nowhere", [&] { n.createFolderRecursive(); }, 1, none},
         {"listAll nowhere", [&] { (void)n.listAll(); }, 1, none},
     };
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         EXPECT_EQ(failureOf(row.call), std::make_pair(row.code, row.where));
