@@ -42,6 +42,7 @@ struct GatewayRow {
 
 // The gateway table as the library documents it.
 std::vector<GatewayRow> gatewayTable() {
+    // clang-format off
     return {
         {"createFileURL", 1, 1, kNoLimit, invokerOf(&qfq::createFileURL)},
         {"createURLFromPartsFcn", 1, 2, 2, invokerOf(&createURLFromPartsFcn)},
@@ -51,16 +52,15 @@ std::vector<GatewayRow> gatewayTable() {
         {"modifyPerms_impl", 1, 3, 5, invokerOf(&modifyPerms_impl)},
         {"mkFileFcn", 3, 1, 3, invokerOf(&mkFileFcn)},
         {"mkSymlinkFcn", 0, 2, 4, invokerOf(&mkSymlinkFcn)},
-        {"createWindowsShortcutFcn", kNoTest, kNoTest, kNoTest,
-         invokerOf(&createWindowsShortcutFcn)},
+        {"createWindowsShortcutFcn", kNoTest, kNoTest, kNoTest, invokerOf(&createWindowsShortcutFcn)},
         {"isSymlinkFcn", 2, 1, 1, invokerOf(&isSymlinkFcn)},
         {"resolvePathFcn", 1, 1, kNoLimit, invokerOf(&qfq::resolvePathFcn)},
-        {"resolvePathFcnWithAttributes", 1, 1, kNoLimit,
-         invokerOf(&qfq::resolvePathFcnWithAttributes)},
+        {"resolvePathFcnWithAttributes", 1, 1, kNoLimit, invokerOf(&qfq::resolvePathFcnWithAttributes)},
         {"pathFcn", 1, 1, 3, invokerOf(&qfq::pathFcn)},
         {"relativepath", 1, 2, 2, invokerOf(&relativepath)},
         {"pathNameLengthValidation", 1, 1, 1, invokerOf(&pathNameLengthValidation)},
     };
+    // clang-format on
 }
 
 constexpr const char* kTooManyOutputs = "QUORIN:TooManyOutputs";

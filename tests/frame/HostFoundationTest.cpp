@@ -44,11 +44,9 @@ TEST_F(HostFoundation, StringPayloadAgreesWithItsArray) {
 }
 
 TEST_F(HostFoundation, ScalarTextTest) {
-    struct Row {
-        const char* name;
-        unique_vqarray_ptr value;
-        bool plain, anyChar, scalarCell;
-    };
+    // clang-format off
+    struct Row { const char* name; unique_vqarray_ptr value; bool plain, anyChar, scalarCell; };
+    // clang-format on
     Row rows[] = {
         {"char row", charRow(u"ab"), true, true, false},
         {"1x0 char", charRow(u""), true, true, false},

@@ -234,41 +234,31 @@ unique_vqarray_ptr cellWithBadAt(std::size_t k, const NotOneText& bad) {
 TEST_F(ManyTexts, RefusalsAreIdentified) {
     const fl::ustring name = englishInputName();
     ASSERT_FALSE(name.empty());
+    // The refusal each way of naming the cell error, with no result and nothing leaked.
+    const auto expectRefused = [](unique_vqarray_ptr arg, const char* id,
+                                  const resource_core::MessageArg& byName,
+                                  const resource_core::MessageArg& byIndex) {
+        ArgList args(std::move(arg));
+        LiveArrayGuard guard;
+        OutputSlots out;
+        using enum CellErrorArgument;
+        EXPECT_IDENTIFIED_ERROR(echoManyFcn<InputName>(1, out.data(), 1, args.data()), id, byName);
+        EXPECT_IDENTIFIED_ERROR(echoManyFcn<ElementIndex>(1, out.data(), 1, args.data()), id,
+                                byIndex);
+        EXPECT_EQ(out[0], nullptr);
+    };
     for (const auto& bad : kNotOneText) {
         for (std::size_t k : {0U, 2U, 3U}) {
             SCOPED_TRACE(std::string(bad.name) + " at " + std::to_string(k));
-            ArgList args(cellWithBadAt(k, bad));
-            LiveArrayGuard guard;
-            OutputSlots out;
-            EXPECT_IDENTIFIED_ERROR(
-                echoManyFcn<CellErrorArgument::InputName>(1, out.data(), args.count(), args.data()),
-                kBadCell, name);
-            EXPECT_IDENTIFIED_ERROR(echoManyFcn<CellErrorArgument::ElementIndex>(
-                                        1, out.data(), args.count(), args.data()),
-                                    kBadCell, std::to_string(k));
-            EXPECT_EQ(out[0], nullptr);
+            expectRefused(cellWithBadAt(k, bad), kBadCell, name, std::to_string(k));
         }
-        if (!bad.refusedAsArgument) continue;
         SCOPED_TRACE(std::string(bad.name) + " as the argument");
-        ArgList args(bad.make());
-        LiveArrayGuard guard;
-        OutputSlots out;
-        EXPECT_IDENTIFIED_ERROR(
-            echoManyFcn<CellErrorArgument::InputName>(1, out.data(), args.count(), args.data()),
-            kNotText, name);
-        EXPECT_IDENTIFIED_ERROR(
-            echoManyFcn<CellErrorArgument::ElementIndex>(1, out.data(), args.count(), args.data()),
-            kNotText, name);
-        EXPECT_EQ(out[0], nullptr);
+        if (bad.refusedAsArgument) expectRefused(bad.make(), kNotText, name, name);
     }
     // Linear order in a matrix: element (2,3) of a 3x4 cell is index 7.
     std::vector<unique_vqarray_ptr> e;
     for (std::size_t i = 0; i < 12; ++i) e.push_back(i == 7 ? doubleScalar(0) : charRow(u"x"));
-    ArgList args(cellArray({3, 4}, std::move(e)));
-    OutputSlots out;
-    EXPECT_IDENTIFIED_ERROR(
-        echoManyFcn<CellErrorArgument::ElementIndex>(1, out.data(), args.count(), args.data()),
-        kBadCell, "7");
+    expectRefused(cellArray({3, 4}, std::move(e)), kBadCell, name, "7");
     EXPECT_IDENTIFIED_ERROR((void)quorin::gateway::textElementCount(doubleScalar(1).get()),
                             kNotText, name);
 }
