@@ -16,9 +16,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <fcntl.h>
@@ -95,6 +98,17 @@ protected:
         return run(std::move(args), input, env);
     }
 
+    // The exit status, and the texts standard error holds (or, given `out`, its exact
+    // standard output).
+    static void expectRun(const Result& r, int status, std::initializer_list<std::string> err,
+                          const std::optional<std::string>& out = std::nullopt) {
+        EXPECT_EQ(r.status, status);
+        for (const auto& e : err) EXPECT_THAT(r.err, HasSubstr(e));
+        if (out) {
+            EXPECT_EQ(r.out, *out);
+        }
+    }
+
     zkfs::test::TempTree tree_;
     int runs_ = 0;
 };
@@ -105,96 +119,52 @@ TEST_F(QfsTest, StatementsPrintTheirValuesOrTheirErrors) {
     };
     const std::string tooManyOutputs = "Error using isAbsolutePathNoIOFcn\n" +
                                        text("TooManyOutputs") + "\n(QUORIN:TooManyOutputs)\n";
+    const std::string d1 = R"({"class":"double","size":[1,1],"value":[1.0]})";
     struct Case {
         bool json;
         std::string statement;  // none: the statements come on standard input
         int status;
         std::string out, err, input = {};
     };
-    for (
-        const Case& c : std::vector<Case>{
-            // Each requested output under its name; "~" skips one; an unset slot says so.
-            {false, "x = pathFcn([1 2; 3 4])", 0,
-             "x =\n  2\u00d72 double array\n    1   2\n    3   4\n", ""},
-            {false, "[~, b, c] = pathFcn(1, \"two\")", 0,
-             "b =\n    \"two\"\nc =\n  (not assigned)\n", ""},
-            {false, "pathFcn('abc')", 0, "ans =\n    'abc'\n", ""},
-            {false, "pathFcn()", 0, "", ""},
-            {false, "x = pathFcn(1);  % quiet", 0, "", ""},
-            {true, "[a, b, c] = pathFcn({1, missing}, struct('P', NaN))", 0,
-             R"({"outputs":[{"class":"cell","size":[1,2],"value":[)"
-             R"({"class":"double","size":[1,1],"value":[1.0]},)"
-             R"({"class":"string","size":[1,1],"value":[null]}]},)"
-             R"({"class":"struct","size":[1,1],"fields":["P"],"value":[{"P":)"
-             R"({"class":"double","size":[1,1],"value":["NaN"]}}]},null]})"
-             "\n",
-             ""},
-            {true, "pathFcn(true);", 0,
-             "{\"outputs\":[{\"class\":\"logical\",\"size\":[1,1],\"value\":[true]}]}\n", ""},
-            {true, "pathFcn()", 0, "{\"outputs\":[]}\n", ""},
-            // Bytes that are not UTF-8 are shown as they are; in JSON replaced.
-            {false,
-             "pathFcn('a\xff"
-             "b')",
-             0,
-             "ans =\n    'a\xff"
-             "b'\n",
-             ""},
-            {true,
-             "pathFcn('a\xff"
-             "b')",
-             0,
-             "{\"outputs\":[{\"class\":\"char\",\"size\":[1,3],\"value\":\"a\xef\xbf\xbd"
-             "b\"}]}\n",
-             ""},
-            // relativepath takes the mutable outer pointer; many texts go in column-major.
-            {false, "r = relativepath('/src', \"dst\")", 0, "r =\n    \"/src|dst\"\n", ""},
-            {false, R"(tf = isAbsolutePathNoIOFcn(["/a" "b"; missing "/c"]))", 0,
-             "tf =\n  2\u00d72 logical array\n    1   0\n    0   1\n", ""},
-            // Errors: the host's count errors, one without identifier, a missing built-in.
-            {false, "[a, b] = isAbsolutePathNoIOFcn('/x')", 1, "", tooManyOutputs},
-            {true, "isAbsolutePathNoIOFcn('/x', '/y')", 1,
-             "{\"error\":{\"identifier\":\"QUORIN:TooManyInputs\",\"message\":\"" +
-                 text("TooManyInputs") + "\",\"arguments\":[]}}\n",
-             ""},
-            {false, "mkFileFcn('x')", 1, "",
-             "Error using mkFileFcn\nthe fixture refuses to make files\n"},
-            {true, "mkFileFcn('x')", 1,
-             R"({"error":{"identifier":"","message":"the fixture refuses to make files","arguments":[]}})"
-             "\n",
-             ""},
-            {false, "mkSymlinkFcn('a', 'b')", 1, "",
-             "Error using mkSymlinkFcn\nmkSymlinkFcn is not available in this library.\n"
-             "(QUORIN:qfs:NotAvailable)\n"},
-            {true, "mkSymlinkFcn('a', 'b')", 1,
-             R"({"error":{"identifier":"QUORIN:qfs:NotAvailable","message":"mkSymlinkFcn is not available in this library.","arguments":["mkSymlinkFcn"]}})"
-             "\n",
-             ""},
-            // Parse errors point at the column and exit with 2.
-            {false, "x = pathFcn('a' 'b')", 2, "",
-             "Error using qfs\nParse error at column 17: expected ',' or ')'.\n"
-             "    x = pathFcn('a' 'b')\n"
-             "                    ^\n"
-             "(QUORIN:qfs:ParseError)\n"},
-            {true, "pathFcn([1 'a'])", 2,
-             R"({"error":{"identifier":"QUORIN:qfs:ParseError","message":"Parse error at column 12: cannot concatenate char with double.","arguments":[12,"cannot concatenate char with double"]}})"
-             "\n",
-             ""},
-            // Piped input runs line by line, without prompt or echo, up to the first error.
-            {true, "", 0,
-             "{\"outputs\":[{\"class\":\"double\",\"size\":[1,1],\"value\":[1.0]}]}\n"
-             "{\"outputs\":[{\"class\":\"string\",\"size\":[1,1],\"value\":[\"x\"]}]}\n",
-             "", "pathFcn(1)\n% nothing\n\npathFcn(\"x\")\n"},
-            {false, "", 1, "", tooManyOutputs, "[a, b] = isAbsolutePathNoIOFcn('/')\npathFcn(1)\n"},
-        }) {
+    // clang-format off
+    const std::vector<Case> cases = {
+        // Each requested output under its name; "~" skips one; an unset slot says so.
+        {false, "x = pathFcn([1 2; 3 4])", 0, "x =\n  2\u00d72 double array\n    1   2\n    3   4\n", ""},
+        {false, "[~, b, c] = pathFcn(1, \"two\")", 0, "b =\n    \"two\"\nc =\n  (not assigned)\n", ""},
+        {false, "pathFcn('abc')", 0, "ans =\n    'abc'\n", ""},
+        {false, "pathFcn()", 0, "", ""},
+        {false, "x = pathFcn(1);  % quiet", 0, "", ""},
+        {true, "[a, b, c] = pathFcn({1, missing}, struct('P', NaN))", 0, R"({"outputs":[{"class":"cell","size":[1,2],"value":[)" + d1 + R"(,{"class":"string","size":[1,1],"value":[null]}]},{"class":"struct","size":[1,1],"fields":["P"],"value":[{"P":{"class":"double","size":[1,1],"value":["NaN"]}}]},null]})" "\n", ""},
+        {true, "pathFcn(true);", 0, R"({"outputs":[{"class":"logical","size":[1,1],"value":[true]}]})" "\n", ""},
+        {true, "pathFcn()", 0, "{\"outputs\":[]}\n", ""},
+        // Bytes that are not UTF-8 are shown as they are; in JSON replaced.
+        {false, "pathFcn('a\xff" "b')", 0, "ans =\n    'a\xff" "b'\n", ""},
+        {true, "pathFcn('a\xff" "b')", 0, R"({"outputs":[{"class":"char","size":[1,3],"value":"a)" "\xef\xbf\xbd" R"(b"}]})" "\n", ""},
+        // relativepath takes the mutable outer pointer; many texts go in column-major.
+        {false, "r = relativepath('/src', \"dst\")", 0, "r =\n    \"/src|dst\"\n", ""},
+        {false, R"(tf = isAbsolutePathNoIOFcn(["/a" "b"; missing "/c"]))", 0, "tf =\n  2\u00d72 logical array\n    1   0\n    0   1\n", ""},
+        // Errors: the host's count errors, one without identifier, a missing built-in.
+        {false, "[a, b] = isAbsolutePathNoIOFcn('/x')", 1, "", tooManyOutputs},
+        {true, "isAbsolutePathNoIOFcn('/x', '/y')", 1, R"({"error":{"identifier":"QUORIN:TooManyInputs","message":")" + text("TooManyInputs") + R"(","arguments":[]}})" "\n", ""},
+        {false, "mkFileFcn('x')", 1, "", "Error using mkFileFcn\nthe fixture refuses to make files\n"},
+        {true, "mkFileFcn('x')", 1, R"({"error":{"identifier":"","message":"the fixture refuses to make files","arguments":[]}})" "\n", ""},
+        {false, "mkSymlinkFcn('a', 'b')", 1, "", "Error using mkSymlinkFcn\nmkSymlinkFcn is not available in this library.\n(QUORIN:qfs:NotAvailable)\n"},
+        {true, "mkSymlinkFcn('a', 'b')", 1, R"({"error":{"identifier":"QUORIN:qfs:NotAvailable","message":"mkSymlinkFcn is not available in this library.","arguments":["mkSymlinkFcn"]}})" "\n", ""},
+        // Parse errors point at the column and exit with 2.
+        {false, "x = pathFcn('a' 'b')", 2, "", "Error using qfs\nParse error at column 17: expected ',' or ')'.\n    x = pathFcn('a' 'b')\n                    ^\n(QUORIN:qfs:ParseError)\n"},
+        {true, "pathFcn([1 'a'])", 2, R"({"error":{"identifier":"QUORIN:qfs:ParseError","message":"Parse error at column 12: cannot concatenate char with double.","arguments":[12,"cannot concatenate char with double"]}})" "\n", ""},
+        // Piped input runs line by line, without prompt or echo, up to the first error.
+        {true, "", 0, R"({"outputs":[)" + d1 + "]}\n" R"({"outputs":[{"class":"string","size":[1,1],"value":["x"]}]})" "\n", "", "pathFcn(1)\n% nothing\n\npathFcn(\"x\")\n"},
+        {false, "", 1, "", tooManyOutputs, "[a, b] = isAbsolutePathNoIOFcn('/')\npathFcn(1)\n"},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
         SCOPED_TRACE((c.json ? "--json " : "") + c.statement + " < " + c.input);
         std::vector<std::string> args;
         if (c.json) args.emplace_back("--json");
         if (!c.statement.empty()) args.push_back(c.statement);
         const Result r = fixture(args, c.input);
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_EQ(r.out, c.out);
-        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(std::tie(r.status, r.out, r.err), std::tie(c.status, c.out, c.err));
         std::istringstream lines(c.json ? r.out : "");
         for (std::string line; std::getline(lines, line);)
             EXPECT_TRUE(nlohmann::json::accept(line));
@@ -231,10 +201,8 @@ TEST_F(QfsTest, IdentifiedErrorsShowTheCatalogTextOfTheLocale) {
 
 TEST_F(QfsTest, AnUnknownNameListsTheKnownOnes) {
     const Result r = fixture({"frobnicate(1)"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_THAT(r.err, HasSubstr("'frobnicate' is not a built-in"));
+    expectRun(r, 2, {"'frobnicate' is not a built-in", "(QUORIN:qfs:UnknownFunction)"});
     for (const auto& g : qfs::gateways()) EXPECT_THAT(r.err, HasSubstr(g.name));
-    EXPECT_THAT(r.err, HasSubstr("(QUORIN:qfs:UnknownFunction)"));
 }
 
 TEST_F(QfsTest, AFileRunsLineByLineAndStopsAtTheFirstError) {
@@ -244,40 +212,33 @@ TEST_F(QfsTest, AFileRunsLineByLineAndStopsAtTheFirstError) {
         const char* out;
         const char* err;  // the start of
     };
+    // clang-format off
     for (const Case& c : {
-             Case{"% a comment line\n\na = pathFcn(1)\nb = pathFcn('two');\nmkFileFcn('x')\n"
-                  "c = pathFcn(3)\n",
-                  1, "a =\n    1\n", "Error using mkFileFcn\n"},
-             Case{"a = pathFcn(1)\nb = pathFcn(\nc = pathFcn(3)\n", 2, "a =\n    1\n",
-                  "Error using qfs\n"},
-             Case{"a = pathFcn(1)\r\nb = pathFcn(2)\r\n", 0, "a =\n    1\nb =\n    2\n", ""},
-         }) {
+             Case{"% a comment line\n\na = pathFcn(1)\nb = pathFcn('two');\nmkFileFcn('x')\nc = pathFcn(3)\n", 1, "a =\n    1\n", "Error using mkFileFcn\n"},
+             Case{"a = pathFcn(1)\nb = pathFcn(\nc = pathFcn(3)\n", 2, "a =\n    1\n", "Error using qfs\n"},
+             Case{"a = pathFcn(1)\r\nb = pathFcn(2)\r\n", 0, "a =\n    1\nb =\n    2\n", ""}}) {
+        // clang-format on
         SCOPED_TRACE(c.script);
         const auto script = tree_.makeFile("s" + std::to_string(c.status) + ".qfs", c.script);
-        const Result r = fixture({"-f", script.string()});
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_EQ(r.out, c.out);
-        EXPECT_THAT(r.err, ::testing::StartsWith(c.err));
+        expectRun(fixture({"-f", script.string()}), c.status, {c.err}, c.out);
     }
     EXPECT_EQ(fixture({"-f", tree_.path("no-such-file").string()}).status, 2);
 }
 
 TEST_F(QfsTest, TheLibrarysLifeCycle) {
     const auto mark = tree_.path("unloaded");
-    const Result r =
-        fixture({"createURLFromPartsFcn()"}, {}, {"QFS_FIXTURE_UNLOAD_MARK=" + mark.string()});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "ans =\n  logical\n    1\n");  // the load hook ran before the call
+    // The load hook ran before the call.
+    expectRun(
+        fixture({"createURLFromPartsFcn()"}, {}, {"QFS_FIXTURE_UNLOAD_MARK=" + mark.string()}), 0,
+        {}, "ans =\n  logical\n    1\n");
     EXPECT_EQ(readAll(mark), "unloaded\n");
-
-    const Result missing = run({"--library", tree_.path("nothing.so").string(), "help"});
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_THAT(missing.err, HasSubstr("Unable to load the library"));
-    EXPECT_THAT(missing.err, HasSubstr("(QUORIN:qfs:LibraryNotLoaded)"));
+    expectRun(run({"--library", tree_.path("nothing.so").string(), "help"}), 1,
+              {"Unable to load the library", "(QUORIN:qfs:LibraryNotLoaded)"});
     const Result hookless = run({"--json", "--library", QFS_HOOKLESS_LIBRARY, "help"});
     EXPECT_EQ(hookless.status, 1);
-    EXPECT_THAT(hookless.out, HasSubstr("\"identifier\":\"QUORIN:qfs:LibraryNotLoaded\""));
-    EXPECT_THAT(hookless.out, HasSubstr("QNInitialize_libzkfilesystemquorin"));
+    EXPECT_THAT(hookless.out,
+                ::testing::AllOf(HasSubstr("\"identifier\":\"QUORIN:qfs:LibraryNotLoaded\""),
+                                 HasSubstr("QNInitialize_libzkfilesystemquorin")));
 
     // By default the library beside the binary.
     const Result real = run({"help"});
@@ -288,9 +249,8 @@ TEST_F(QfsTest, TheLibrarysLifeCycle) {
 
 #ifndef NDEBUG
 TEST_F(QfsTest, AStatementThatLeavesArraysAliveIsReported) {
-    const Result r = fixture({"getPerms_impl()"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_THAT(r.err, HasSubstr("1 host array(s) not released after: getPerms_impl()"));
+    expectRun(fixture({"getPerms_impl()"}), 0,
+              {"1 host array(s) not released after: getPerms_impl()"});
     EXPECT_EQ(fixture({"x = pathFcn({1, struct('a', {2})}, strings(2));"}).err, "");
 }
 #endif
@@ -318,9 +278,10 @@ TEST_F(QfsTest, HelpMarksWhatTheLibraryLacks) {
 
     const Result one = fixture({"help pathFcn"});
     EXPECT_EQ(one.status, 0);
-    EXPECT_THAT(one.out, ::testing::StartsWith("parts = pathFcn(paths, convention)\n"));
-    EXPECT_THAT(one.out, HasSubstr("at most 1 output, 1 to 3 inputs"));
-    EXPECT_THAT(one.out, ::testing::Not(HasSubstr("not available")));
+    EXPECT_THAT(one.out,
+                ::testing::AllOf(::testing::StartsWith("parts = pathFcn(paths, convention)\n"),
+                                 HasSubstr("at most 1 output, 1 to 3 inputs"),
+                                 ::testing::Not(HasSubstr("not available"))));
     EXPECT_THAT(fixture({"help mkSymlinkFcn"}).out, HasSubstr("(not available in this library)"));
     EXPECT_EQ(fixture({"help nosuch"}).status, 2);
     const auto object = nlohmann::json::parse(fixture({"--json", "help isSymlinkFcn"}).out);
@@ -330,17 +291,14 @@ TEST_F(QfsTest, HelpMarksWhatTheLibraryLacks) {
 
 TEST_F(QfsTest, UsageErrorsExitWithTwo) {
     const auto script = tree_.makeFile("s.qfs", "help\n");
-    for (const std::vector<std::string>& args : {std::vector<std::string>{"--bogus"},
-                                                 {"pathFcn(1)", "pathFcn(2)"},
-                                                 {"-f"},
-                                                 {"--locale"},
-                                                 {"-f", script.string(), "help"}})
+    using Args = std::vector<std::string>;
+    for (const Args& args : {Args{"--bogus"}, Args{"pathFcn(1)", "pathFcn(2)"}, Args{"-f"},
+                             Args{"--locale"}, Args{"-f", script.string(), "help"}})
         EXPECT_EQ(run(args).status, 2) << ::testing::PrintToString(args);
-
     const Result help = run({"--help"});
     EXPECT_EQ(help.status, 0);
-    EXPECT_THAT(help.out, ::testing::StartsWith("usage: qfs"));
-    EXPECT_THAT(help.out, HasSubstr("--json"));
+    EXPECT_THAT(help.out,
+                ::testing::AllOf(::testing::StartsWith("usage: qfs"), HasSubstr("--json")));
 }
 
 TEST_F(QfsTest, DebugSwitchesTheCoreLoggerOn) {

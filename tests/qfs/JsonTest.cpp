@@ -30,26 +30,20 @@ TEST_F(QfsJsonTest, ValuesTheReaderCannotWrite) {
     auto none = vqCreateStructArray({0, 0}, {"Name", "Cause"});
     // A byte that is not UTF-8 travels as an escaped code unit; JSON cannot carry it, so
     // it becomes U+FFFD and the rest of the line survives. So does a lone surrogate.
-    auto notUtf8 =
-        stringScalar(fl::i18n::to_ustring("a\xff"
-                                          "b"));
+    auto notUtf8 = stringScalar(fl::i18n::to_ustring(std::string("a\xff") + "b"));
     auto lone = charRow(fl::ustring{u'x', char16_t{0xD800}});
-    struct Row {
-        const vqArray* value;
-        const char* json;
+    // clang-format off
+    struct Row { const vqArray* value; const char* json; };
+    const Row rows[] = {
+        Row{a.get(), R"({"class":"int32","size":[1,2],"value":[-7,2147483647]})"},
+        Row{u.get(), R"({"class":"uint64","size":[1,1],"value":[18446744073709551615]})"},
+        Row{unset.get(), R"({"class":"struct","size":[1,1],"fields":["Empty"],"value":[{"Empty":null}]})"},
+        Row{none.get(), R"({"class":"struct","size":[0,0],"fields":["Name","Cause"],"value":[]})"},
+        Row{notUtf8.get(), "{\"class\":\"string\",\"size\":[1,1],\"value\":[\"a\xef\xbf\xbd" "b\"]}"},
+        Row{lone.get(), "{\"class\":\"char\",\"size\":[1,2],\"value\":\"x\xef\xbf\xbd\"}"},
     };
-    for (const Row& r : {
-             Row{a.get(), R"({"class":"int32","size":[1,2],"value":[-7,2147483647]})"},
-             Row{u.get(), R"({"class":"uint64","size":[1,1],"value":[18446744073709551615]})"},
-             Row{unset.get(),
-                 R"({"class":"struct","size":[1,1],"fields":["Empty"],"value":[{"Empty":null}]})"},
-             Row{none.get(),
-                 R"({"class":"struct","size":[0,0],"fields":["Name","Cause"],"value":[]})"},
-             Row{notUtf8.get(),
-                 "{\"class\":\"string\",\"size\":[1,1],\"value\":[\"a\xef\xbf\xbd"
-                 "b\"]}"},
-             Row{lone.get(), "{\"class\":\"char\",\"size\":[1,2],\"value\":\"x\xef\xbf\xbd\"}"},
-         }) {
+    // clang-format on
+    for (const Row& r : rows) {
         SCOPED_TRACE(r.json);
         std::string out;
         ASSERT_NO_THROW(out = jsonLine(toJson(r.value)));

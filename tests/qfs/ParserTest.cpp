@@ -51,82 +51,59 @@ std::string chr(const std::string& value) { return J("char", "[1,1]", "\"" + val
 class QfsParserTest : public LiveArrayTest {};
 
 TEST_F(QfsParserTest, ValuesHaveTheirClassSizeAndElements) {
-    struct Row {
-        std::string text, json;
+    // clang-format off
+    struct Row { std::string text, json; };
+    const std::vector<Row> rows = {
+        // Numbers; a sign after a blank starts a new element.
+        {"[1 -2.5e3 .5 +3 1E-3 007 1e999 Inf -Inf NaN -NaN]", J("double", "[1,11]", R"([1.0,-2500.0,0.5,3.0,0.001,7.0,"Inf","Inf","-Inf","NaN","NaN"])")},
+        {"-0.25", J("double", "[1,1]", "[-0.25]")},
+        {"[1.5 NaN; Inf -Inf]", J("double", "[2,2]", R"([1.5,"Inf","NaN","-Inf"])")},
+        {"true", J("logical", "[1,1]", "[true]")},
+        // Quotes double inside their own kind of literal; '' is 0x0, "" is not missing.
+        {"'it''s'", J("char", "[1,4]", R"("it's")")},
+        {"'say \"x\"'", J("char", "[1,7]", R"("say \"x\"")")},
+        {"''", J("char", "[0,0]", R"("")")},
+        {"'\xc3\xa9t\xc3\xa9'", J("char", "[1,3]", "\"\xc3\xa9t\xc3\xa9\"")},
+        {"'\xf0\x9f\x98\x80'", J("char", "[1,2]", "\"\xf0\x9f\x98\x80\"")},  // a pair
+        {R"("say ""hi""")", J("string", "[1,1]", R"(["say \"hi\""])")},
+        {"\"\"", J("string", "[1,1]", R"([""])")},
+        {"missing", J("string", "[1,1]", "[null]")},
+        // Concatenation, column-major; 0x0 pieces drop out; a trailing ';' adds no row.
+        {"[]", J("double", "[0,0]", "[]")},
+        {"[1, 2; 3 4]", J("double", "[2,2]", "[1.0,3.0,2.0,4.0]")},
+        {"[[1;2] [3;4], [5;6]]", J("double", "[2,3]", "[1.0,2.0,3.0,4.0,5.0,6.0]")},
+        {"[[1 2]; [3 4]; 5 6]", J("double", "[3,2]", "[1.0,3.0,5.0,2.0,4.0,6.0]")},
+        {"[[] 7 []]", J("double", "[1,1]", "[7.0]")},
+        {"[1, 2;]", J("double", "[1,2]", "[1.0,2.0]")},
+        {"[true false; false true]", J("logical", "[2,2]", "[true,false,false,true]")},
+        {R"(["a" missing; "" "d"])", J("string", "[2,2]", R"(["a","",null,"d"])")},
+        {"['ab' 'cd']", J("char", "[1,4]", R"("abcd")")},
+        {"['ab'; 'cd'; 'ef']", J("char", "[3,2]", R"("acebdf")")},
+        {"[{1} {2, 3}]", J("cell", "[1,3]", "[" + num("1.0") + "," + num("2.0") + "," + num("3.0") + "]")},
+        // Structs join by field name, not position.
+        {"[struct('a', 1, 'b', 'x') struct('b', 'y', 'a', 2)]", R"({"class":"struct","size":[1,2],"fields":["a","b"],"value":[{"a":)" + num("1.0") + R"(,"b":)" + chr("x") + R"(},{"a":)" + num("2.0") + R"(,"b":)" + chr("y") + "}]}"},
+        {"[struct('Name', \"a\", 'Size', 1); struct('Name', missing, 'Size', NaN)]", R"({"class":"struct","size":[2,1],"fields":["Name","Size"],"value":[)" R"({"Name":{"class":"string","size":[1,1],"value":["a"]},)" R"("Size":{"class":"double","size":[1,1],"value":[1.0]}},)" R"({"Name":{"class":"string","size":[1,1],"value":[null]},)" R"("Size":{"class":"double","size":[1,1],"value":["NaN"]}}]})"},
+        // A struct literal keeps its field order; a cell stays one field value.
+        {"struct('Zeta', [1 2], \"Alpha\", {'x'}, 'Mid', struct())", R"({"class":"struct","size":[1,1],"fields":["Zeta","Alpha","Mid"],"value":[)" R"({"Zeta":{"class":"double","size":[1,2],"value":[1.0,2.0]},)" R"("Alpha":{"class":"cell","size":[1,1],"value":[)" R"({"class":"char","size":[1,1],"value":"x"}]},)" R"("Mid":{"class":"struct","size":[1,1],"fields":[],"value":[{}]}}]})"},
+        {"{}", J("cell", "[0,0]", "[]")},
+        {"{1, 'a'; \"s\" {true, {}}}", J("cell", "[2,2]", "[" + num("1.0") + "," + J("string", "[1,1]", R"(["s"])") + "," + chr("a") + "," + J("cell", "[1,2]", "[" + J("logical", "[1,1]", "[true]") + "," + J("cell", "[0,0]", "[]") + "]") + "]")},
+        // Sized constructors, reshape, logical and repmat.
+        {"strings(2, 3)", J("string", "[2,3]", R"(["","","","","",""])")},
+        {"strings(0, 2)", J("string", "[0,2]", "[]")},
+        {"cell(1, 2)", J("cell", "[1,2]", "[null,null]")},
+        {"zeros(2)", J("double", "[2,2]", "[0.0,0.0,0.0,0.0]")},
+        {"zeros(2, 2, 1)", J("double", "[2,2]", "[0.0,0.0,0.0,0.0]")},
+        {"zeros(2, 1, 3)", J("double", "[2,1,3]", "[0.0,0.0,0.0,0.0,0.0,0.0]")},
+        {"false(0, 3)", J("logical", "[0,3]", "[]")},
+        {"reshape([1 2 3 4 5 6 7 8], 2, 2, 2)", J("double", "[2,2,2]", "[1.0,2.0,3.0,4.0,5.0,6.0,7.0,8.0]")},
+        {R"(reshape(["a" missing "c" "d"], 2, 1, 2))", J("string", "[2,1,2]", R"(["a",null,"c","d"])")},
+        {"logical([1 0 -2 Inf])", J("logical", "[1,4]", "[true,false,true,true]")},
+        {"repmat([1; 2], 1, 3)", J("double", "[2,3]", "[1.0,2.0,1.0,2.0,1.0,2.0]")},
+        {"repmat('ab', 2, 2)", J("char", "[2,4]", R"("aabbaabb")")},
+        {"repmat(missing, 2)", J("string", "[2,2]", "[null,null,null,null]")},
     };
-    for (const Row& r : std::vector<Row>{
-             // Numbers; a sign after a blank starts a new element.
-             {"[1 -2.5e3 .5 +3 1E-3 007 1e999 Inf -Inf NaN -NaN]",
-              J("double", "[1,11]",
-                R"([1.0,-2500.0,0.5,3.0,0.001,7.0,"Inf","Inf","-Inf","NaN","NaN"])")},
-             {"-0.25", J("double", "[1,1]", "[-0.25]")},
-             {"[1.5 NaN; Inf -Inf]", J("double", "[2,2]", R"([1.5,"Inf","NaN","-Inf"])")},
-             {"true", J("logical", "[1,1]", "[true]")},
-             // Quotes double inside their own kind of literal; '' is 0x0, "" is not missing.
-             {"'it''s'", J("char", "[1,4]", R"("it's")")},
-             {"'say \"x\"'", J("char", "[1,7]", R"("say \"x\"")")},
-             {"''", J("char", "[0,0]", R"("")")},
-             {"'\xc3\xa9t\xc3\xa9'", J("char", "[1,3]", "\"\xc3\xa9t\xc3\xa9\"")},
-             {"'\xf0\x9f\x98\x80'", J("char", "[1,2]", "\"\xf0\x9f\x98\x80\"")},  // a pair
-             {R"("say ""hi""")", J("string", "[1,1]", R"(["say \"hi\""])")},
-             {"\"\"", J("string", "[1,1]", R"([""])")},
-             {"missing", J("string", "[1,1]", "[null]")},
-             // Concatenation, column-major; 0x0 pieces drop out; a trailing ';' adds no row.
-             {"[]", J("double", "[0,0]", "[]")},
-             {"[1, 2; 3 4]", J("double", "[2,2]", "[1.0,3.0,2.0,4.0]")},
-             {"[[1;2] [3;4], [5;6]]", J("double", "[2,3]", "[1.0,2.0,3.0,4.0,5.0,6.0]")},
-             {"[[1 2]; [3 4]; 5 6]", J("double", "[3,2]", "[1.0,3.0,5.0,2.0,4.0,6.0]")},
-             {"[[] 7 []]", J("double", "[1,1]", "[7.0]")},
-             {"[1, 2;]", J("double", "[1,2]", "[1.0,2.0]")},
-             {"[true false; false true]", J("logical", "[2,2]", "[true,false,false,true]")},
-             {R"(["a" missing; "" "d"])", J("string", "[2,2]", R"(["a","",null,"d"])")},
-             {"['ab' 'cd']", J("char", "[1,4]", R"("abcd")")},
-             {"['ab'; 'cd'; 'ef']", J("char", "[3,2]", R"("acebdf")")},
-             {"[{1} {2, 3}]",
-              J("cell", "[1,3]", "[" + num("1.0") + "," + num("2.0") + "," + num("3.0") + "]")},
-             // Structs join by field name, not position.
-             {"[struct('a', 1, 'b', 'x') struct('b', 'y', 'a', 2)]",
-              R"({"class":"struct","size":[1,2],"fields":["a","b"],"value":[{"a":)" + num("1.0") +
-                  R"(,"b":)" + chr("x") + R"(},{"a":)" + num("2.0") + R"(,"b":)" + chr("y") +
-                  "}]}"},
-             {"[struct('Name', \"a\", 'Size', 1); struct('Name', missing, 'Size', NaN)]",
-              R"({"class":"struct","size":[2,1],"fields":["Name","Size"],"value":[)"
-              R"({"Name":{"class":"string","size":[1,1],"value":["a"]},)"
-              R"("Size":{"class":"double","size":[1,1],"value":[1.0]}},)"
-              R"({"Name":{"class":"string","size":[1,1],"value":[null]},)"
-              R"("Size":{"class":"double","size":[1,1],"value":["NaN"]}}]})"},
-             // A struct literal keeps its field order; a cell stays one field value.
-             {"struct('Zeta', [1 2], \"Alpha\", {'x'}, 'Mid', struct())",
-              R"({"class":"struct","size":[1,1],"fields":["Zeta","Alpha","Mid"],"value":[)"
-              R"({"Zeta":{"class":"double","size":[1,2],"value":[1.0,2.0]},)"
-              R"("Alpha":{"class":"cell","size":[1,1],"value":[)"
-              R"({"class":"char","size":[1,1],"value":"x"}]},)"
-              R"("Mid":{"class":"struct","size":[1,1],"fields":[],"value":[{}]}}]})"},
-             {"{}", J("cell", "[0,0]", "[]")},
-             {"{1, 'a'; \"s\" {true, {}}}",
-              J("cell", "[2,2]",
-                "[" + num("1.0") + "," + J("string", "[1,1]", R"(["s"])") + "," + chr("a") + "," +
-                    J("cell", "[1,2]",
-                      "[" + J("logical", "[1,1]", "[true]") + "," + J("cell", "[0,0]", "[]") +
-                          "]") +
-                    "]")},
-             // Sized constructors, reshape, logical and repmat.
-             {"strings(2, 3)", J("string", "[2,3]", R"(["","","","","",""])")},
-             {"strings(0, 2)", J("string", "[0,2]", "[]")},
-             {"cell(1, 2)", J("cell", "[1,2]", "[null,null]")},
-             {"zeros(2)", J("double", "[2,2]", "[0.0,0.0,0.0,0.0]")},
-             {"zeros(2, 2, 1)", J("double", "[2,2]", "[0.0,0.0,0.0,0.0]")},
-             {"zeros(2, 1, 3)", J("double", "[2,1,3]", "[0.0,0.0,0.0,0.0,0.0,0.0]")},
-             {"false(0, 3)", J("logical", "[0,3]", "[]")},
-             {"reshape([1 2 3 4 5 6 7 8], 2, 2, 2)",
-              J("double", "[2,2,2]", "[1.0,2.0,3.0,4.0,5.0,6.0,7.0,8.0]")},
-             {R"(reshape(["a" missing "c" "d"], 2, 1, 2))",
-              J("string", "[2,1,2]", R"(["a",null,"c","d"])")},
-             {"logical([1 0 -2 Inf])", J("logical", "[1,4]", "[true,false,true,true]")},
-             {"repmat([1; 2], 1, 3)", J("double", "[2,3]", "[1.0,2.0,1.0,2.0,1.0,2.0]")},
-             {"repmat('ab', 2, 2)", J("char", "[2,4]", R"("aabbaabb")")},
-             {"repmat(missing, 2)", J("string", "[2,2]", "[null,null,null,null]")},
-         }) {
+    // clang-format on
+    for (const Row& r : rows) {
         SCOPED_TRACE(r.text);
         EXPECT_EQ(qfs::jsonLine(qfs::toJson(parseValue(r.text).get())), r.json);
     }
@@ -138,11 +115,9 @@ TEST_F(QfsParserTest, ValuesHaveTheirClassSizeAndElements) {
 }
 
 TEST_F(QfsParserTest, ErrorsNameTheColumnWhereTheProblemStartsAndReleaseWhatWasBuilt) {
-    struct Row {
-        const char* text;
-        long long column;
-        bool statement = false;
-    };
+    // clang-format off
+    struct Row { const char* text; long long column; bool statement = false; };
+    // clang-format on
     // Concatenation of unlike classes, unequal char rows, column or row counts, fields,
     // three dimensions; unterminated text, ragged cells, unclosed brackets, empty elements,
     // arithmetic; malformed numbers; names that are not values; constructor sizes that are
@@ -194,22 +169,20 @@ TEST_F(QfsParserTest, StatementsKindsNamesOutputsAndSuppression) {
         std::size_t args;
         bool suppressed;
     };
-    for (const Row& r : std::vector<Row>{
-             {"x = pathFcn(\"a/b\", 'unix');  % split it", K::Call, "pathFcn", {"x"}, 2, true},
-             {"  [tf, ~ targets] = isSymlinkFcn({'/a', '/b'})",
-              K::Call,
-              "isSymlinkFcn",
-              {"tf", "~", "targets"},
-              1,
-              false},
-             {"createWindowsShortcutFcn", K::Call, "createWindowsShortcutFcn", {}, 0, false},
-             {"mkSymlinkFcn( )\r", K::Call, "mkSymlinkFcn", {}, 0, false},
-             {"", K::Empty, "", {}, 0, false},
-             {"   \t", K::Empty, "", {}, 0, false},
-             {"% createFileURL('x')", K::Empty, "", {}, 0, false},
-             {"help", K::Help, "", {}, 0, false},
-             {"help pathFcn  % what does it do", K::Help, "pathFcn", {}, 0, false},
-         }) {
+    // clang-format off
+    const std::vector<Row> rows = {
+        {"x = pathFcn(\"a/b\", 'unix');  % split it", K::Call, "pathFcn", {"x"}, 2, true},
+        {"  [tf, ~ targets] = isSymlinkFcn({'/a', '/b'})", K::Call, "isSymlinkFcn", {"tf", "~", "targets"}, 1, false},
+        {"createWindowsShortcutFcn", K::Call, "createWindowsShortcutFcn", {}, 0, false},
+        {"mkSymlinkFcn( )\r", K::Call, "mkSymlinkFcn", {}, 0, false},
+        {"", K::Empty, "", {}, 0, false},
+        {"   \t", K::Empty, "", {}, 0, false},
+        {"% createFileURL('x')", K::Empty, "", {}, 0, false},
+        {"help", K::Help, "", {}, 0, false},
+        {"help pathFcn  % what does it do", K::Help, "pathFcn", {}, 0, false},
+    };
+    // clang-format on
+    for (const Row& r : rows) {
         SCOPED_TRACE(r.text);
         const Statement s = parseStatement(r.text);
         EXPECT_EQ(s.kind, r.kind);
