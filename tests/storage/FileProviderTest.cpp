@@ -331,14 +331,8 @@ TEST_F(FileProviderFaults, ReadWriteAndCloseFailuresCarryTheSystemText) {
     tree_.makeFile("d/f");
     seam::systemCalls().getdents64 = &faultyGetdents;
     counters.failWith = EIO;
-    try {
-        (void)Folder(at("d"), storage_).listAll();
-        ADD_FAILURE() << "no exception";
-    } catch (const vfs::Exception& e) {
-        EXPECT_EQ(e.getErrorCode(), 5);
-        EXPECT_EQ(e.getSystemText(), "Input/output error");
-        EXPECT_EQ(e.GetID(), "QUORIN:storage:ioError");
-    }
+    EXPECT_IDENTIFIED_ERROR((void)Folder(at("d"), storage_).listAll(), "QUORIN:storage:ioError",
+                            at("d").toString(), std::string("Input/output error"));
     seam::systemCalls().close = &faultyClose;
     IODevice reader(File(at("d/f"), storage_));
     EXPECT_IDENTIFIED_ERROR(reader.close(), "QUORIN:storage:ioError", at("d/f").toString(),

@@ -148,7 +148,9 @@ private:
                 [&] { return systemCalls().getdents64(fd, buffer_.data(), buffer_.size()); });
             if (n < 0) {
                 const int err = errno;
-                fail(err, AbsoluteIRI::fromTrustedText(prefix + "/"));
+                // The folder itself; only the root's prefix ("file://") lacks its "/".
+                fail(err, AbsoluteIRI::fromTrustedText(prefix.ends_with("//") ? prefix + "/"
+                                                                               : prefix));
             }
             if (n == 0) break;
             std::size_t pos = 0;
