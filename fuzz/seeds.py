@@ -169,35 +169,31 @@ SEEDS = {
     ],
 }
 
+# The parser and IRI targets read text: their seeds are plain lines.
+LINES = {
+    "qfs_parser": [
+        "r = modifyPerms_impl('/tmp/d', 'Folder', struct('Readable', true), false, 'all')",
+        "[a, ~] = isSymlinkFcn([\"x\" missing; \"y\" \"z\"]);",
+        "x = {reshape(1:6, 1, 2, 3), zeros(0, 3), logical([1 0]), -2.5e3, NaN, -Inf} % c",
+        "help pathFcn", "v = repmat(strings(1, 2), 2, 1)", "s = struct('a', {1, 'x'})",
+    ],
+    "iri": [
+        "\x05http://user@h:8080/a/b?q#f", "\x00file:///tmp/a%20b/%C3%A9", "\x09/a/b/../c",
+        "\x0amem://root/x/y/", "\x03s3://bucket/key?x=1", "\x04file://localhost/%ff",
+    ],
+}
+
+
 def write_seeds():
-    for gateway, seeds in SEEDS.items():
-        folder = HERE / "corpus" / gateway
+    """Replaces each target's seed-* files; regress-* files stay."""
+    table = {**SEEDS, **{t: [line.encode() for line in lines] for t, lines in LINES.items()}}
+    for target, seeds in table.items():
+        folder = HERE / "corpus" / target
         folder.mkdir(parents=True, exist_ok=True)
         for old in folder.glob("seed-*"):
             old.unlink()
         for i, seed in enumerate(seeds):
             (folder / f"seed-{i:02d}").write_bytes(seed)
-
-    # The parser and IRI targets read text: their seeds are plain lines.
-    LINES = {
-        "qfs_parser": [
-            "r = modifyPerms_impl('/tmp/d', 'Folder', struct('Readable', true), false, 'all')",
-            "[a, ~] = isSymlinkFcn([\"x\" missing; \"y\" \"z\"]);",
-            "x = {reshape(1:6, 1, 2, 3), zeros(0, 3), logical([1 0]), -2.5e3, NaN, -Inf} % c",
-            "help pathFcn", "v = repmat(strings(1, 2), 2, 1)", "s = struct('a', {1, 'x'})",
-        ],
-        "iri": [
-            "\x05http://user@h:8080/a/b?q#f", "\x00file:///tmp/a%20b/%C3%A9", "\x09/a/b/../c",
-            "\x0amem://root/x/y/", "\x03s3://bucket/key?x=1", "\x04file://localhost/%ff",
-        ],
-    }
-    for target, lines in LINES.items():
-        folder = HERE / "corpus" / target
-        folder.mkdir(parents=True, exist_ok=True)
-        for old in folder.glob("seed-*"):
-            old.unlink()
-        for i, line in enumerate(lines):
-            (folder / f"seed-{i:02d}").write_text(line)
 
 
 if __name__ == "__main__":
