@@ -19,7 +19,14 @@ namespace zkfs::test::perms {
 unique_vqarray_ptr request(const std::vector<std::pair<std::string, bool>>& entries);
 
 // The field names and logical values of a 1x1 struct of logicals, in field order.
-std::vector<std::pair<std::string, bool>> logicalFields(const vqArray* s);
+using Fields = std::vector<std::pair<std::string, bool>>;
+Fields logicalFields(const vqArray* s);
+
+// What the query reports, all nine names in order, for a file of mode 0640.
+inline const Fields kMode0640Fields{
+    {"Readable", true},   {"Writable", true},   {"UserExecute", false},
+    {"GroupRead", true},  {"GroupWrite", false}, {"GroupExecute", false},
+    {"OtherRead", false}, {"OtherWrite", false}, {"OtherExecute", false}};
 
 // The rows of a failure struct ("Name", "Cause"), in row order.
 struct FailureRow {
