@@ -237,54 +237,51 @@ unique_vqarray_ptr createStruct(const OrderedMap<fl::ustring, bool>& m) {
     return result;
 }
 
-const OrderedMap<fl::ustring, bool> basicPermsOnCloudPaths(const vfs::File& file) {
-    ZKFS_TRACE_SCOPE();
+namespace {
+
+// A cloud permission is whether its probe completes; a failure is logged, not raised.
+template <class Probe>
+bool probeSucceeds(Probe&& probe) {
+    try {
+        probe();
+        return true;
+    } catch (...) {
+        logCaughtException();
+        return false;
+    }
+}
+
+OrderedMap<fl::ustring, bool> readableWritable(bool readable, bool writable) {
     OrderedMap<fl::ustring, bool> perms;
-    bool readable = false;
-    try {
-        const vfs::IODevice device(file);
-        readable = true;
-    } catch (...) {
-        logCaughtException();
-    }
-    bool writable = false;
-    try {
-        writable = file.getAttributes().isWritable();
-    } catch (...) {
-        logCaughtException();
-    }
     perms[u"Readable"] = readable;
     perms[u"Writable"] = writable;
     return perms;
 }
 
+}  // namespace
+
+const OrderedMap<fl::ustring, bool> basicPermsOnCloudPaths(const vfs::File& file) {
+    ZKFS_TRACE_SCOPE();
+    const bool readable = probeSucceeds([&] { const vfs::IODevice device(file); });
+    bool writable = false;
+    (void)probeSucceeds([&] { writable = file.getAttributes().isWritable(); });
+    return readableWritable(readable, writable);
+}
+
 const OrderedMap<fl::ustring, bool> basicPermsOnCloudPaths(const vfs::Folder& folder) {
     ZKFS_TRACE_SCOPE();
-    OrderedMap<fl::ustring, bool> perms;
-    bool readable = false;
-    try {
-        (void)folder.listAll(fl::ustring());
-        readable = true;
-    } catch (...) {
-        logCaughtException();
-    }
+    const bool readable = probeSucceeds([&] { (void)folder.listAll(fl::ustring()); });
     // Whether entries can be made here is only known by making one; a random name keeps
     // the probe from meeting anything that is already there. A failing entropy source
     // is not a storage answer and leaves the call.
     const boost::uuids::uuid id = boost::uuids::random_generator()();
     const fl::ustring probeName = fl::i18n::to_ustring(boost::lexical_cast<std::string>(id));
-    bool writable = false;
-    try {
+    const bool writable = probeSucceeds([&] {
         const vfs::File probe(folder.getLocation().getChild(probeName), folder.getStorage());
         probe.createFile();
         probe.removeFile();
-        writable = true;
-    } catch (...) {
-        logCaughtException();
-    }
-    perms[u"Readable"] = readable;
-    perms[u"Writable"] = writable;
-    return perms;
+    });
+    return readableWritable(readable, writable);
 }
 
 // ---------------------------------------------------------------------------------------
