@@ -22,10 +22,8 @@
 // back every host array it made.
 #include "qfs/Gateways.hpp"
 #include "qfs/Json.hpp"
-#include "qfs/Library.hpp"
 #include "qfs/Parser.hpp"
-#include "qfs/Session.hpp"
-#include "zkfs/test/LiveArrays.hpp"
+#include "zkfs/test/Call.hpp"
 #include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Unprivileged.hpp"
 
@@ -138,11 +136,6 @@ std::vector<Case> readTable(const fs::path& file) {
     return cases;
 }
 
-const qfs::Library& library() {
-    static const qfs::Library lib(qfs::Library::defaultPath());
-    return lib;
-}
-
 // Words of a setup item or check; a JSON string is one word.
 std::vector<std::string> words(std::string_view s) {
     std::vector<std::string> out;
@@ -219,15 +212,7 @@ Json expectedOutputs(const std::string& text) {
 }
 
 void runStatement(const std::string& statement, const std::string& expected) {
-    std::ostringstream out;
-    std::ostringstream err;
-    {
-        zkfs::test::LiveArrayGuard guard;
-        qfs::Session session(library(), out, err, true);
-        session.run(statement);
-    }
-    const Json actual = Json::parse(out.str(), nullptr, false);
-    ASSERT_FALSE(actual.is_discarded()) << "qfs wrote: " << out.str() << err.str();
+    const Json actual = zkfs::test::call(statement);
     if (!expected.empty() && expected.front() == '!') {
         const auto space = expected.find(' ');
         Json e = Json::object();
@@ -239,7 +224,7 @@ void runStatement(const std::string& statement, const std::string& expected) {
             rest >> args;
             if (rest >> std::ws && !rest.eof()) rest >> message;
         }
-        ASSERT_TRUE(actual.contains("error")) << "expected " << expected << "\n got " << out.str();
+        ASSERT_TRUE(actual.contains("error")) << "expected " << expected << "\n got " << actual.dump();
         const Json& a = actual["error"];
         EXPECT_EQ(a["identifier"], e["identifier"]) << a.dump();
         EXPECT_EQ(a["arguments"], args) << a.dump();
@@ -248,7 +233,7 @@ void runStatement(const std::string& statement, const std::string& expected) {
         }
         return;
     }
-    ASSERT_TRUE(actual.contains("outputs")) << out.str();
+    ASSERT_TRUE(actual.contains("outputs")) << actual.dump();
     const Json want = expectedOutputs(expected);
     EXPECT_EQ(actual["outputs"], want) << "\n  actual: " << actual["outputs"].dump()
                                        << "\nexpected: " << want.dump();
