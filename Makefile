@@ -33,7 +33,7 @@ endif
 demo: build
 	@scripts/demo $(BUILD)
 
-# Every qfs end-to-end case with qfs under valgrind memcheck (scripts/memcheck); always
+# Every case-table row under valgrind memcheck (scripts/memcheck); always
 # the ci build, since a sanitizer build cannot run under valgrind.
 memcheck: deps
 	@cmake --preset ci >/dev/null
