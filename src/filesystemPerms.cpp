@@ -798,7 +798,7 @@ using namespace quorin::io::filesystem::quorin;  // NOLINT(google-build-using-na
 void getPerms_impl(int outCount, unique_vqarray_ptr* outputs, int argCount,
                    const vqArray* const* args) {
     ZKFS_TRACE_SCOPE();
-    quorin::gateway::checkCounts(outCount, argCount, 1, 2, 3);
+    quorin::gateway::checkCounts<&getPerms_impl>(outCount, argCount);
     const ResolvePathResult location = validateAndResolveInputLocation(args[0], args[1]);
 
     if (argCount == 2) {
@@ -824,7 +824,7 @@ void getPerms_impl(int outCount, unique_vqarray_ptr* outputs, int argCount,
 void modifyPerms_impl(int outCount, unique_vqarray_ptr* outputs, int argCount,
                       const vqArray* const* args) {
     ZKFS_TRACE_SCOPE();
-    quorin::gateway::checkCounts(outCount, argCount, 1, 3, 5);
+    quorin::gateway::checkCounts<&modifyPerms_impl>(outCount, argCount);
     // The scope is the fifth argument; a call with four has none to read.
     if (argCount == 4) matrix::detail::error_minrhs();
 

@@ -23,10 +23,6 @@ namespace vfs = foundation::storage::vfs;
 namespace core = quorin::io::filesystem::core;
 namespace fs = fl::filesystem;
 
-constexpr int kMaxOut = 2;
-constexpr int kMinIn = 1;
-constexpr int kMaxIn = 1;
-
 struct Classification {
     bool isLink = false;
     fl::ustring text;  // the resolved path; empty for a link that cannot be followed
@@ -64,7 +60,7 @@ fl::ustring targetText(const fl::ustring& path, const fl::ustring& resolved) {
 
 void isSymlinkFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                   const vqArray* const* args) {
-    quorin::gateway::checkCounts(outCount, argCount, kMaxOut, kMinIn, kMaxIn);
+    quorin::gateway::checkCounts<&isSymlinkFcn>(outCount, argCount);
     const vqArray* input = args[0];
 
     // Both results exist before the walk; the walk fills them in element order.

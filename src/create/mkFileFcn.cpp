@@ -26,10 +26,6 @@ namespace vfs = foundation::storage::vfs;
 namespace core = quorin::io::filesystem::core;
 using quorin::io::filesystem::quorin::create::StorageFailure;
 
-constexpr int kMaxOut = 3;
-constexpr int kMinIn = 1;
-constexpr int kMaxIn = 3;
-
 unique_vqarray_ptr logicalScalar(bool value) {
     auto result = matrix::detail::do_create_numeric({1, 1}, vqLOGICAL_CLASS, vqREAL);
     vqGetLogicals(result.get())[0] = value;
@@ -89,7 +85,7 @@ void mkFileFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                const vqArray* const* args) {
     using quorin::gateway::convertScalarText;
     using quorin::gateway::handOver;
-    quorin::gateway::checkCounts(outCount, argCount, kMaxOut, kMinIn, kMaxIn);
+    quorin::gateway::checkCounts<&mkFileFcn>(outCount, argCount);
 
     const vfs::StorageSystemReference storage =
         Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();

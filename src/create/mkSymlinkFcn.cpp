@@ -22,10 +22,6 @@ namespace vfs = foundation::storage::vfs;
 namespace core = quorin::io::filesystem::core;
 using quorin::io::filesystem::quorin::create::StorageFailure;
 
-constexpr int kMaxOut = 0;
-constexpr int kMinIn = 2;
-constexpr int kMaxIn = 4;
-
 enum class CheckMode { Target, Link };
 
 bool isFileScheme(const fl::ustring& scheme) noexcept {
@@ -118,7 +114,7 @@ std::optional<LinkFailure> makeLink(const fl::ustring& link, const fl::ustring& 
 void mkSymlinkFcn(int outCount, unique_vqarray_ptr* /*outputs*/, int argCount,
                   const vqArray* const* args) {
     using quorin::gateway::convertScalarText;
-    quorin::gateway::checkCounts(outCount, argCount, kMaxOut, kMinIn, kMaxIn);
+    quorin::gateway::checkCounts<&mkSymlinkFcn>(outCount, argCount);
 
     // Taken before the arguments are read, as every storage-backed built-in does; the
     // link's parents are made through a fresh reference later.

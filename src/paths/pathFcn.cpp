@@ -166,7 +166,7 @@ PathConstituents getPathConstituentsCaller(const fl::ustring& path, const fl::us
 }
 
 void pathFcn(int outCount, unique_vqarray_ptr* outputs, int argCount, const vqArray* const* args) {
-    gw::checkCounts(outCount, argCount, 1, 1, 3);
+    gw::checkCounts<&pathFcn>(outCount, argCount);
     // The convention is read for every path; without one there is nothing to read.
     if (argCount < 2) matrix::detail::error_minrhs();
 

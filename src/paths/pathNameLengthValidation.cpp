@@ -20,7 +20,7 @@ constexpr std::size_t kMaxPathNameLength = 4352;
 
 void pathNameLengthValidation(int outCount, unique_vqarray_ptr* outputs, int argCount,
                               const vqArray* const* args) {
-    quorin::gateway::checkCounts(outCount, argCount, 1, 1, 1);
+    quorin::gateway::checkCounts<&pathNameLengthValidation>(outCount, argCount);
 
     // Gathered first and copied out at the end, so a bad cell half-way has built no
     // host array at all.

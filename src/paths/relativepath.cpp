@@ -115,7 +115,7 @@ void relateAllFrom(Form d, const vqArray* source, const vqArray* destination,
 }  // namespace
 
 void relativepath(int outCount, unique_vqarray_ptr* outputs, int argCount, const vqArray** args) {
-    quorin::gateway::checkCounts(outCount, argCount, 1, 2, 2);
+    quorin::gateway::checkCounts<&relativepath>(outCount, argCount);
     const vqArray* source = args[0];
     const vqArray* destination = args[1];
 

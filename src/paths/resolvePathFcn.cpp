@@ -122,10 +122,10 @@ struct WithAttributes {
     }
 };
 
-template <class Variant>
+template <class Variant, auto Gateway>
 void resolveGateway(int outCount, unique_vqarray_ptr* outputs, int argCount,
                     const vqArray* const* args) {
-    gw::checkCounts(outCount, argCount, 1, 1, gw::kNoLimit);
+    gw::checkCounts<Gateway>(outCount, argCount);
     // Options before the path input: an option error wins over a bad path.
     const ResolvePathOptions options =
         ::quorin::io::common::validation::parseResolvePathOptions(args, argCount);
@@ -147,12 +147,13 @@ void resolveGateway(int outCount, unique_vqarray_ptr* outputs, int argCount,
 
 void resolvePathFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                     const vqArray* const* args) {
-    resolveGateway<Basic>(outCount, outputs, argCount, args);
+    resolveGateway<Basic, &resolvePathFcn>(outCount, outputs, argCount, args);
 }
 
 void resolvePathFcnWithAttributes(int outCount, unique_vqarray_ptr* outputs, int argCount,
                                   const vqArray* const* args) {
-    resolveGateway<WithAttributes>(outCount, outputs, argCount, args);
+    resolveGateway<WithAttributes, &resolvePathFcnWithAttributes>(outCount, outputs, argCount,
+                                                                  args);
 }
 
 }  // namespace quorin::io::filesystem::quorin

@@ -38,7 +38,7 @@ fl::ustring fileURLOf(fl::ustring_view given, fl::ustring& path) {
 
 void createFileURL(int outCount, unique_vqarray_ptr* outputs, int argCount,
                    const vqArray* const* args) {
-    gateway::checkCounts(outCount, argCount, 1, 1, gateway::kNoLimit);
+    gateway::checkCounts<&createFileURL>(outCount, argCount);
     // Only the first argument is read; any others are accepted and ignored.
     const vqArray* paths = args[0];
 

@@ -12,7 +12,7 @@
 void createURLFromPartsFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                            const vqArray* const* args) {
     namespace vfs = foundation::storage::vfs;
-    quorin::gateway::checkCounts(outCount, argCount, 1, 2, 2);
+    quorin::gateway::checkCounts<&createURLFromPartsFcn>(outCount, argCount);
 
     unique_vqarray_ptr result = Hexfarrow::String::createStringArray(1, 1);
     if (!Hexfarrow::String::isMissingScalarString(args[0])) {

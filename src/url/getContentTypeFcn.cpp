@@ -10,7 +10,7 @@ namespace quorin::io::filesystem::quorin {
 
 void getContentTypeFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                        const vqArray* const* args) {
-    gateway::checkCounts(outCount, argCount, 1, 1, 1);
+    gateway::checkCounts<&getContentTypeFcn>(outCount, argCount);
     const fl::ustring path = gateway::convertScalarText(args[0], true);
     // The core's own errors are already identified: they reach the user unchanged.
     unique_vqarray_ptr result =

@@ -32,7 +32,7 @@ bool isAbsoluteText(const fl::ustring& path) noexcept {
 
 void isAbsolutePathNoIOFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
                            const vqArray* const* args) {
-    quorin::gateway::checkCounts(outCount, argCount, 1, 1, 1);
+    quorin::gateway::checkCounts<&isAbsolutePathNoIOFcn>(outCount, argCount);
     const vqArray* paths = args[0];
 
     // Zero-filled before the walk, so an element the walk answers false needs no write.

@@ -1,29 +1,58 @@
 #pragma once
-// The exported gateways, one per built-in; the host resolves each by its symbol.
-// Argument counts (max out / min in / max in) are checked first in every gateway but
-// createWindowsShortcutFcn, which refuses at once.
+// The exported gateways, one per built-in of Builtins.def; the host resolves each by its
+// symbol. Argument counts (max out / min in / max in) are checked first in every gateway,
+// through checkCounts<&gateway>, but createWindowsShortcutFcn, which refuses at once.
 #include "quorin/gateway/Gateway.hpp"
 
-namespace quorin::io::filesystem::quorin {
-QUORIN_GATEWAY_EXPORT void createFileURL(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void getContentTypeFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void resolvePathFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void resolvePathFcnWithAttributes(int, unique_vqarray_ptr*, int,
-                                                        const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void pathFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-}  // namespace quorin::io::filesystem::quorin
+#define QUORIN_BUILTIN_ARGS_constArgs const vqArray* const*
+#define QUORIN_BUILTIN_ARGS_mutableArgs const vqArray**
+#define QUORIN_BUILTIN_OPEN_namespaced namespace quorin::io::filesystem::quorin {
+#define QUORIN_BUILTIN_CLOSE_namespaced }
+#define QUORIN_BUILTIN_OPEN_global
+#define QUORIN_BUILTIN_CLOSE_global
+#define QUORIN_BUILTIN_SCOPE_namespaced ::quorin::io::filesystem::quorin::
+#define QUORIN_BUILTIN_SCOPE_global ::
 
-QUORIN_GATEWAY_EXPORT void createURLFromPartsFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void isAbsolutePathNoIOFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void getPerms_impl(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void modifyPerms_impl(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void mkFileFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void mkSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void createWindowsShortcutFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-QUORIN_GATEWAY_EXPORT void isSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
-// Declared with a non-const outer pointer, as the host has always called it.
-QUORIN_GATEWAY_EXPORT void relativepath(int, unique_vqarray_ptr*, int, const vqArray** args);
-QUORIN_GATEWAY_EXPORT void pathNameLengthValidation(int, unique_vqarray_ptr*, int, const vqArray* const*);
+#define QUORIN_BUILTIN(name, scope, args, maxOut, minIn, maxIn, usage, details)                \
+    QUORIN_BUILTIN_OPEN_##scope QUORIN_GATEWAY_EXPORT void name(int, unique_vqarray_ptr*, int, \
+                                                                QUORIN_BUILTIN_ARGS_##args);   \
+    QUORIN_BUILTIN_CLOSE_##scope
+#include "quorin/io/filesystem/quorin/Builtins.def"
+#undef QUORIN_BUILTIN
+
+namespace quorin::gateway {
+
+// The counts of one built-in, named by its gateway so that a misspelt name does not compile.
+template <auto Gateway>
+struct BuiltinCounts;
+
+#define QUORIN_BUILTIN(name, scope, args, maxOut, minIn, maxIn, usage, details) \
+    template <>                                                                 \
+    struct BuiltinCounts<&QUORIN_BUILTIN_SCOPE_##scope name> {                  \
+        static constexpr int kMaxOut = maxOut;                                  \
+        static constexpr int kMinIn = minIn;                                    \
+        static constexpr int kMaxIn = (maxIn) < 0 ? kNoLimit : (maxIn);         \
+    };
+#include "quorin/io/filesystem/quorin/Builtins.def"
+#undef QUORIN_BUILTIN
+
+template <auto Gateway>
+void checkCounts(int outCount, int argCount) {
+    using Counts = BuiltinCounts<Gateway>;
+    static_assert(Counts::kMaxOut >= 0 && Counts::kMinIn >= 0, "this built-in checks no counts");
+    checkCounts(outCount, argCount, Counts::kMaxOut, Counts::kMinIn, Counts::kMaxIn);
+}
+
+}  // namespace quorin::gateway
+
+#undef QUORIN_BUILTIN_ARGS_constArgs
+#undef QUORIN_BUILTIN_ARGS_mutableArgs
+#undef QUORIN_BUILTIN_OPEN_namespaced
+#undef QUORIN_BUILTIN_CLOSE_namespaced
+#undef QUORIN_BUILTIN_OPEN_global
+#undef QUORIN_BUILTIN_CLOSE_global
+#undef QUORIN_BUILTIN_SCOPE_namespaced
+#undef QUORIN_BUILTIN_SCOPE_global
 
 extern "C" {
 QUORIN_GATEWAY_EXPORT void QNInitialize_libzkfilesystemquorin();
