@@ -58,6 +58,9 @@ namespace {
 
 constexpr const char* kSourceFile = "src/filesystemPerms";
 
+// requireRowVector off: a char array of any shape is read whole, in column-major order.
+constexpr bool kAnyCharShape = false;
+
 // Debug records cost one flag test when debug logging is off: nothing is formatted.
 void logCaughtException() {
     if (!core::log::isDebugLoggingEnabled()) return;
@@ -295,9 +298,10 @@ struct ResolvePathResult {
 
 ResolvePathResult validateAndResolveInputLocation(const vqArray* location, const vqArray* type) {
     ZKFS_TRACE_SCOPE();
-    ResolvePathResult result{gateway::convertScalarText(location, true),
+    // Leniently, as every text of the permission built-ins: a char matrix is one text.
+    ResolvePathResult result{gateway::convertScalarText(location, kAnyCharShape),
                              ResolvePathResult::Type::Other};
-    const fl::ustring typeText = gateway::convertScalarText(type, true);
+    const fl::ustring typeText = gateway::convertScalarText(type, kAnyCharShape);
     if (typeText == u"File") {
         result.type = ResolvePathResult::Type::File;
     } else if (typeText == u"Folder") {
@@ -855,8 +859,9 @@ void modifyPerms_impl(int outCount, unique_vqarray_ptr* outputs, int argCount,
 
     const PermissionRequest request = readRequest(args[2]);
     const std::optional<fl::ustring> scope =
-        argCount > 3 ? std::optional<fl::ustring>(quorin::gateway::convertScalarText(args[4], true))
-                     : std::nullopt;
+        argCount > 3
+            ? std::optional<fl::ustring>(quorin::gateway::convertScalarText(args[4], kAnyCharShape))
+            : std::nullopt;
 
     OptionalFailure failure;
     if (!scope) {
