@@ -16,6 +16,7 @@
 #include "matrix/matrix.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
@@ -64,10 +65,12 @@ public:
             return;
         }
         // Paired element by element, never broadcast: a count that differs would read
-        // past one of the two inputs.
+        // past one of the two inputs, so it is refused saying both counts.
         const std::size_t count = vqGetNumberOfElements(arg);
-        if (count < pathCount) matrix::detail::error_minrhs();
-        if (count > pathCount) matrix::detail::error_maxrhs();
+        if (count != pathCount) {
+            gw::throwError<QUORIN::ConventionCountMismatch>(static_cast<std::int64_t>(count),
+                                                            static_cast<std::int64_t>(pathCount));
+        }
         if (kind_ == TextDispatch::Kind::String) strings_ = &Hexfarrow::String::getString(arg);
     }
 
