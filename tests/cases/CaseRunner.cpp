@@ -13,7 +13,8 @@
 // and the rows run as that user, in a child process when the suite runs as root).
 // Modes are applied after everything is made, deepest item first.
 // EXPECTED: the outputs separated by ", ", each in qfs's value syntax or as qfs's typed
-// JSON ({"class": ...}); compared as typed JSON, so class and size count. An error is
+// JSON ({"class": ...}), or null for a slot left empty; compared as typed JSON, so class
+// and size count. Nothing after "=>" means no outputs at all. An error is
 // !IDENTIFIER [ARGUMENTS] ["MESSAGE"], the arguments a JSON array.
 // CHECK: mode P 0640, link P -> T, file P [SIZE], folder P, none P.
 //
@@ -122,7 +123,9 @@ std::vector<Case> readTable(const fs::path& file) {
             row.kind = '~';
             row.text = trim(text.substr(1));
         } else {
-            const auto parts = splitTop(text, " => ", true);
+            // "STATEMENT =>" with nothing after it: no outputs.
+            const bool bare = text.size() >= 3 && text.compare(text.size() - 3, 3, " =>") == 0;
+            const auto parts = splitTop(bare ? text + " " : text, " => ", true);
             if (parts.size() != 2) throw std::runtime_error(file.string() + ":" + std::to_string(line) + ": no ' => '");
             row.text = parts[0];
             row.expected = parts[1];
@@ -201,7 +204,9 @@ Json expectedOutputs(const std::string& text) {
     Json outputs = Json::array();
     if (text.empty()) return outputs;
     for (const std::string& part : splitTop(text, ", ")) {
-        if (part.rfind("{\"", 0) == 0) {
+        if (part == "null") {
+            outputs.push_back(nullptr);  // a slot the built-in left empty
+        } else if (part.rfind("{\"", 0) == 0) {
             outputs.push_back(Json::parse(part));
         } else {
             const unique_vqarray_ptr value = qfs::parseValue(part);
