@@ -42,6 +42,13 @@ bool isFileScheme(const fl::ustring& scheme) noexcept {
 // report.
 vfs::AbsoluteIRI checkPath(const fl::ustring& text, CheckMode mode, const fl::ustring& ruleValue) {
     const bool isIRI = vfs::hasIRIPrefix(text);
+    if (isIRI) {
+        // Resolution takes a malformed IRI or a file IRI of another host as a location
+        // naming nothing; here it is the invalid name of this one path, so it is read
+        // before resolution, which would lose which path carried it.
+        const vfs::AbsoluteIRI given(text);
+        if (isFileScheme(given.getScheme())) (void)vfs::fromAbsoluteIRI(given);
+    }
     const fl::ustring resolved = core::resolvePath(text, core::ResolvePathOptions{}).path;
 
     if (mode == CheckMode::Target && resolved.empty()) {

@@ -122,20 +122,10 @@ void fillAttributes(ResolvePathResultWithAttributes& out, const LocalHit& hit) {
     out.size = S_ISDIR(hit.target.st_mode) ? 0 : static_cast<std::int64_t>(hit.target.st_size);
 }
 
-ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
-                                                      const ResolvePathOptions& options,
-                                                      bool wantAttributes) {
+ResolvePathResultWithAttributes resolveParsedIRI(const vfs::AbsoluteIRI& iri,
+                                                 const ResolvePathOptions& options,
+                                                 bool wantAttributes) {
     ResolvePathResultWithAttributes out;
-    if (!vfs::hasIRIPrefix(path)) {
-        LocalHit hit;
-        if (!resolveLocal(path, options, wantAttributes, hit)) return out;
-        out.path = fl::i18n::to_ustring(hit.path);
-        out.type = hit.type;
-        if (wantAttributes) fillAttributes(out, hit);
-        return out;
-    }
-
-    const vfs::AbsoluteIRI iri(path);
     if (detail::lowerAscii(iri.getScheme()) == u"file") {
         LocalHit hit;
         if (!resolveLocal(vfs::fromAbsoluteIRI(iri), options, wantAttributes, hit)) return out;
@@ -161,6 +151,44 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
         out.size = type == PathType::Folder ? 0 : static_cast<std::int64_t>(attributes.getSize());
     }
     return out;
+}
+
+// The core answers for one path with storage errors only (see the header): a text that
+// does not parse names no location, located at "<scheme>://", the IRI that names nothing.
+vfs::AbsoluteIRI parseLocation(const fl::ustring& text) {
+    try {
+        return vfs::AbsoluteIRI(text);
+    } catch (const vfs::InvalidIRIException&) {
+        // Replaced below, outside the handler.
+    }
+    throw vfs::Exception(vfs::Exception::InvalidLocation,
+                         vfs::toAbsoluteIRI(text.substr(0, text.find(u"://")), u""));
+}
+
+ResolvePathResultWithAttributes resolveIRI(const vfs::AbsoluteIRI& iri,
+                                           const ResolvePathOptions& options, bool wantAttributes) {
+    try {
+        return resolveParsedIRI(iri, options, wantAttributes);
+    } catch (const vfs::InvalidIRIException&) {
+        // A "file:" IRI of another host (or with an escaped "/" in a name) names no local
+        // file: the storage library's own code for a location naming nothing.
+    }
+    throw vfs::Exception(vfs::Exception::InvalidLocation, iri);
+}
+
+ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
+                                                      const ResolvePathOptions& options,
+                                                      bool wantAttributes) {
+    ResolvePathResultWithAttributes out;
+    if (!vfs::hasIRIPrefix(path)) {
+        LocalHit hit;
+        if (!resolveLocal(path, options, wantAttributes, hit)) return out;
+        out.path = fl::i18n::to_ustring(hit.path);
+        out.type = hit.type;
+        if (wantAttributes) fillAttributes(out, hit);
+        return out;
+    }
+    return resolveIRI(parseLocation(path), options, wantAttributes);
 }
 
 }  // namespace

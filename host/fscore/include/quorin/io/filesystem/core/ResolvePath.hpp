@@ -15,12 +15,18 @@
 //   - other schemes go through their storage provider (vfs::existsExtended); the answer
 //     is the IRI's RFC 3986 text, types as for local paths;
 //   - CaseCorrectAndResolveOnWindows changes nothing on POSIX, where names are exact.
-// Throws:
+// Throws, for a path it cannot answer for, these two and no other exception (callers that
+// answer for many paths take either as "nothing usable there" for that one path):
 //   foundation::storage::vfs::UnsupportedIRISchemeException  no provider for the scheme
-//   foundation::storage::vfs::InvalidIRIException           an IRI text that does not parse
-//   foundation::storage::vfs::Exception  code 2 when a folder on the way cannot be searched
-//                                        (EACCES), code 5 for any other failure of the OS
-//                                        besides "nothing there" (ENOENT, ENOTDIR, ELOOP).
+//   foundation::storage::vfs::Exception
+//     code 1  an IRI text that does not parse (located at "<scheme>://", the IRI naming
+//             nothing), a "file:" IRI that names no local file (another host, an
+//             escaped "/" or NUL in a name; located at the IRI), a relative path when
+//             the current folder is gone (located at "file://");
+//     code 2  a folder on the way cannot be searched (EACCES);
+//     code 5  any other failure of the OS besides "nothing there" (ENOENT, ENOTDIR,
+//             ELOOP);
+//     a provider's own failure for one of its locations, with the provider's code.
 //
 // resolvePathWithAttributes(path, options): as resolvePath, plus readable/writable
 // (access(2) for the caller's real ids), the modification time (microseconds, UTC) and
