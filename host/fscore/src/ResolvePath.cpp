@@ -37,16 +37,26 @@ bool isNothingThere(int error) noexcept {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
+// "name/" and "name/." name a folder: the system follows a link there, and anything that
+// is not a folder is ENOTDIR. The native form drops that ending, so it is noted first.
+bool namesFolderOnly(const fl::ustring& path) noexcept {
+    if (path.empty()) return false;
+    if (path.back() == u'/') return true;
+    return path == u"." || path.ends_with(u"/.");
+}
+
 // The local answer, or false when nothing is there (also for a dangling link).
 bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, bool wantAccess,
                   LocalHit& hit) {
     if (path.empty()) return false;
     const std::string native = detail::nativeUtf8(path);
+    const bool folderOnly = namesFolderOnly(path);
     if (options.ResolveSymbolicLinks) {
         if (const int e = posix::canonicalPath(native, hit.path, hit.target)) {
             if (isNothingThere(e)) return false;
             detail::throwStorageError(e, native);
         }
+        if (folderOnly && !S_ISDIR(hit.target.st_mode)) return false;  // ENOTDIR
         hit.type = S_ISDIR(hit.target.st_mode) ? PathType::Folder : PathType::File;
         if (wantAccess) {
             hit.readable = posix::accessPath(hit.path, R_OK) == 0;
@@ -54,9 +64,12 @@ bool resolveLocal(const fl::ustring& path, const ResolvePathOptions& options, bo
         }
         return true;
     }
-    // The name itself first: for anything but a link that one walk tells everything.
+    // The name itself first: for anything but a link that one walk tells everything. With
+    // the folder ending kept, the system itself follows a link to a folder and refuses
+    // any other name.
+    const std::string probed = folderOnly && native != "/" ? native + '/' : native;
     if (const int e =
-            posix::probeName(native, hit.target, wantAccess, hit.readable, hit.writable)) {
+            posix::probeName(probed, hit.target, wantAccess, hit.readable, hit.writable)) {
         if (isNothingThere(e)) return false;
         detail::throwStorageError(e, native);
     }

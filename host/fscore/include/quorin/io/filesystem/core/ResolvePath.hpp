@@ -6,6 +6,9 @@
 //   cleaned: "." segments and repeated "/" removed, ".." kept (lexical removal would be
 //   wrong through links). The path must exist following links: a missing path, an empty
 //   text and a dangling link all answer {"" , PathType::None}.
+//   - a name ending in "/" (or "/.") is looked up as the system does: it must be a folder,
+//     a link there is followed (type Folder), anything else is ENOTDIR, so None; the
+//     answer text is the cleaned path, without the ending;
 //   - type SymbolicLink when the path itself is a link, else File or Folder (anything
 //     that is not a folder, a device or a socket included, counts as a file);
 //   - ResolveSymbolicLinks: the text is the canonical path (every link resolved) and the
