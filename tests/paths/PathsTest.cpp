@@ -94,6 +94,22 @@ TEST_F(Attributed, ReadabilityIsTheCallersOwn) {
     });
 }
 
+// Option arguments no statement can write: a name is compared whole, code unit by code
+// unit; a struct's field names are UTF-8; a sparse logical is no logical scalar.
+TEST_F(Attributed, OptionFormsOnlyTheHostMakes) {
+    const fl::ustring withNul(u"ResolveSymbolicLinks\0", 21);
+    const auto refused = [](ArgList args, const char* id, auto... expected) {
+        OutputSlots out;
+        EXPECT_IDENTIFIED_ERROR(call<&resolvePathFcnWithAttributes>(1, out, args), id, expected...);
+    };
+    refused(ArgList(charRow(u"/"), charRow(withNul), logicalScalar(true)),
+            "QUORIN:io:common:validation:UnknownParameter", withNul);
+    refused(ArgList(charRow(u"/"), structScalar(field("Größe", logicalScalar(true)))),
+            "QUORIN:io:common:validation:UnknownParameter", fl::ustring(u"Größe"));
+    refused(ArgList(charRow(u"/"), charRow(u"ResolveSymbolicLinks"), sparse(logicalScalar(true))),
+            "QUORIN:io:common:validation:InternalError", "Expected logical scalar");
+}
+
 // Unlike pathFcn, the helper gives empty texts and noPort, and throws where pathFcn gives
 // the default element.
 TEST(PathConstituentsHelper, PlainValuesAndErrors) {
