@@ -1,7 +1,8 @@
 #pragma once
-// The built-ins qfs knows: each gateway's unqualified name, its exported symbol (the
-// mangled C++ name the library's export map lists), its argument-count rules and the
-// few lines `help NAME` shows.
+// The built-ins qfs knows, from the library's table (quorin/io/filesystem/quorin/
+// Builtins.def): each gateway's unqualified name, its exported symbol (the mangled C++
+// name the library's export map lists), its argument-count rules and the few lines
+// `help NAME` shows.
 #include <cstddef>
 #include <span>
 #include <string>
