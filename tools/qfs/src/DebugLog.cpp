@@ -1,18 +1,9 @@
 #include "qfs/DebugLog.hpp"
 
-#if defined(QFS_HAVE_FSCORE)
 #include "quorin/io/filesystem/core/Log.hpp"
-#endif
 
 namespace qfs {
 
-bool enableDebugLogging() {
-#if defined(QFS_HAVE_FSCORE)
-    quorin::io::filesystem::core::log::setDebugLogging(true);
-    return true;
-#else
-    return false;
-#endif
-}
+void enableDebugLogging() { quorin::io::filesystem::core::log::setDebugLogging(true); }
 
 }  // namespace qfs

@@ -1,6 +1,5 @@
 #pragma once
-// --debug: the filesystem core's debug records go to standard error. Answers false when
-// this build has no filesystem core to switch on.
+// --debug: the filesystem core's debug records go to standard error.
 namespace qfs {
-bool enableDebugLogging();
+void enableDebugLogging();
 }  // namespace qfs
