@@ -1,24 +1,20 @@
 // One built-in's argument handling under arbitrary host arrays: any number of inputs and
 // outputs, every class and shape. Whatever the built-in does, it must answer or raise an
-// identified error, and release every array it made. Built once per gateway, with
-// ZKFS_FUZZ_GATEWAY naming it.
+// identified error, and release every array it made. One target per built-in of
+// Builtins.def, named as the built-in.
 #include "ArrayDecoder.hpp"
 #include "FuzzTarget.hpp"
 #include "Jail.hpp"
-
-#include "foundation/core/except/Exception.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 
+#include "foundation/core/except/Exception.hpp"
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <string_view>
 #include <string>
 #include <vector>
-
-#ifndef ZKFS_FUZZ_GATEWAY
-#error "ZKFS_FUZZ_GATEWAY names the gateway to fuzz"
-#endif
 
 namespace {
 
@@ -28,21 +24,20 @@ using namespace quorin::io::filesystem::quorin;
 // drifting away from the seeds' names would starve the fuzzer of real files.
 constexpr unsigned kResetEvery = 500;
 
-#define ZKFS_STRINGIZE2(x) #x
-#define ZKFS_STRINGIZE(x) ZKFS_STRINGIZE2(x)
 // The permission query lets a failed status read (a loop, a name too long, a denied
 // search) leave as the standard library's file-system error, with its system message:
 // that is its documented behaviour, so it is no finding there.
-constexpr bool kStatusErrorsPass = std::string_view(ZKFS_STRINGIZE(ZKFS_FUZZ_GATEWAY)) == "getPerms_impl";
+template <auto Gateway>
+constexpr bool kStatusErrorsPass = false;
+template <>
+constexpr bool kStatusErrorsPass<&getPerms_impl> = true;
 
 [[noreturn]] void finding(const char* what) {
     std::fprintf(stderr, "finding: %s\n", what);
     std::abort();
 }
 
-}  // namespace
-
-int zkfsFuzzInit(const std::vector<std::string>& writable) {
+int setUp(const std::vector<std::string>& writable) {
     std::string reason;
     if (!zkfs::fuzz::enterJail(writable, reason)) {
         std::fprintf(stderr, "cannot confine the file system for fuzzing (%s)\n", reason.c_str());
@@ -52,7 +47,8 @@ int zkfsFuzzInit(const std::vector<std::string>& writable) {
     return 0;
 }
 
-int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
+template <auto Gateway>
+int runOne(const std::uint8_t* data, std::size_t size) {
     static unsigned runs = 0;
     if (++runs % kResetEvery == 0) zkfs::fuzz::resetSandbox();
 
@@ -65,13 +61,12 @@ int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
         std::vector<unique_vqarray_ptr> outputs(static_cast<std::size_t>(call.outCount) + 1);
         try {
             // relativepath takes a non-const outer pointer; the others convert to it.
-            ZKFS_FUZZ_GATEWAY(call.outCount, outputs.data(), static_cast<int>(args.size()),
-                              args.data());
+            Gateway(call.outCount, outputs.data(), static_cast<int>(args.size()), args.data());
         } catch (const foundation::core::except::IMsgIDException& e) {
             if (e.GetID().empty()) finding("an error without an identifier");
             (void)e.GetUnicodeMessageTxt();  // the catalog must have a text for it
         } catch (const std::filesystem::filesystem_error& e) {
-            if (!kStatusErrorsPass) {
+            if (!kStatusErrorsPass<Gateway>) {
                 std::fprintf(stderr, "unidentified exception: %s\n", e.what());
                 finding("a file-system error left the gateway");
             }
@@ -89,3 +84,19 @@ int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
     if (vqLiveArrayCount() != before) finding("host arrays were not released");
     return 0;
 }
+
+}  // namespace
+
+namespace zkfs::fuzz {
+
+std::span<const Target> gatewayTargets() {
+    static constexpr Target kGateways[] = {
+#define QUORIN_BUILTIN(name, scope, args, maxOut, minIn, maxIn, usage, details) \
+    {#name, setUp, runOne<&name>},
+#include "quorin/io/filesystem/quorin/Builtins.def"
+#undef QUORIN_BUILTIN
+    };
+    return kGateways;
+}
+
+}  // namespace zkfs::fuzz

@@ -64,11 +64,9 @@ void checkIRI(const AbsoluteIRI& iri, const fl::ustring& source) {
     }
 }
 
-}  // namespace
+int noSetUp(const std::vector<std::string>&) { return 0; }
 
-int zkfsFuzzInit(const std::vector<std::string>&) { return 0; }
-
-int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
+int runOne(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
     // First byte: where the text splits into a base and a reference. The bytes are read
     // as UTF-8 with the host's escape for bytes that are not, as every host text is.
@@ -105,3 +103,7 @@ int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
     }
     return 0;
 }
+
+}  // namespace
+
+zkfs::fuzz::Target zkfs::fuzz::iriTarget() { return {"iri", noSetUp, runOne}; }

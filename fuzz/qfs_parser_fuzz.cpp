@@ -55,11 +55,9 @@ void expectIdentified(F&& body) {
     }
 }
 
-}  // namespace
+int noSetUp(const std::vector<std::string>&) { return 0; }
 
-int zkfsFuzzInit(const std::vector<std::string>&) { return 0; }
-
-int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
+int runOne(const std::uint8_t* data, std::size_t size) {
     // One line at a time, as qfs reads them.
     std::string_view line(reinterpret_cast<const char*>(data), size);
     if (const auto nl = line.find('\n'); nl != std::string_view::npos) line = line.substr(0, nl);
@@ -75,3 +73,7 @@ int zkfsFuzzOne(const std::uint8_t* data, std::size_t size) {
     if (vqLiveArrayCount() != before) finding("host arrays were not released");
     return 0;
 }
+
+}  // namespace
+
+zkfs::fuzz::Target zkfs::fuzz::qfsParserTarget() { return {"qfs_parser", noSetUp, runOne}; }

@@ -1,14 +1,21 @@
-// libFuzzer's entry points for a zkfs fuzz target.
+// libFuzzer's entry points for the zkfs fuzz target ZKFS_FUZZ_TARGET names.
 #include "FuzzTarget.hpp"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#ifndef ZKFS_FUZZ_TARGET
+#error "ZKFS_FUZZ_TARGET names the fuzz target"
+#endif
+
 namespace {
+
+const zkfs::fuzz::Target* target = nullptr;
 
 bool isFolder(const std::string& path) {
     struct stat st {};
@@ -31,6 +38,11 @@ std::string absolute(const std::string& path) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    target = zkfs::fuzz::findTarget(ZKFS_FUZZ_TARGET);
+    if (target == nullptr) {
+        std::fprintf(stderr, "no fuzz target named %s\n", ZKFS_FUZZ_TARGET);
+        std::_Exit(2);
+    }
     // libFuzzer writes new inputs to the first corpus folder and findings next to the
     // artifact prefix (or the working folder): those must stay writable. The target then
     // works inside its sandbox, so every path libFuzzer still needs is made absolute.
@@ -67,10 +79,10 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     args.push_back(nullptr);
     *argc = static_cast<int>(rewritten.size());
     *argv = args.data();
-    if (const int status = zkfsFuzzInit(writable); status != 0) std::_Exit(status);
+    if (const int status = target->init(writable); status != 0) std::_Exit(status);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    return zkfsFuzzOne(data, size);
+    return target->runOne(data, size);
 }
