@@ -1,7 +1,6 @@
 # cmake -P script: installs the build tree into a fresh prefix, then configures, builds and
 # runs a small project that finds the package there, as a user of the library would.
-# Inputs: BUILD_DIR, CONSUMER_DIR, WORK_DIR, CONFIG, GENERATOR, CXX_COMPILER, and
-# CONSUMER_FLAGS (compile and link flags for the consumer; may be empty).
+# Inputs: BUILD_DIR, CONSUMER_DIR, WORK_DIR, CONFIG, GENERATOR, CXX_COMPILER.
 foreach(var BUILD_DIR CONSUMER_DIR WORK_DIR GENERATOR CXX_COMPILER)
   if(NOT DEFINED ${var} OR "${${var}}" STREQUAL "")
     message(FATAL_ERROR "consumer test: ${var} is not set")
@@ -26,8 +25,7 @@ endif()
 run("install" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}" ${config_args})
 run("configure" "${CMAKE_COMMAND}" -S "${CONSUMER_DIR}" -B "${WORK_DIR}/build" -G "${GENERATOR}"
     "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_PREFIX_PATH=${prefix}"
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo
-    "-DCMAKE_CXX_FLAGS=${CONSUMER_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${CONSUMER_FLAGS}")
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo)
 run("build" "${CMAKE_COMMAND}" --build "${WORK_DIR}/build")
 # The consumer must run from the install tree alone: nothing of the build tree on its path.
 run("run" "${WORK_DIR}/build/zkfs_consumer")
