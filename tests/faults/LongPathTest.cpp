@@ -27,7 +27,7 @@ qfs::Json error(const char* identifier, const std::vector<std::string>& argument
     return {{"identifier", identifier}, {"arguments", arguments}};
 }
 
-TEST(LongPaths, AFilePastTheLimitIsNamedWholeAndLeftAsItIs) {
+TEST(LongPaths, AnExistingFilePastTheLimitIsNamedWholeAndLeftAsItIs) {
     TempTree tree;
     tree.makeFile("t.txt");
     DeepFolder deep(tree.root(), 4400);
@@ -63,7 +63,7 @@ TEST(LongPaths, AFilePastTheLimitIsNamedWholeAndLeftAsItIs) {
 
 // A walk lists the chain level by level, changes every entry it can name, and reports
 // each one past the limit by its whole path.
-TEST(LongPaths, AWalkThroughTheChainReportsEachEntryItCannotName) {
+TEST(LongPaths, AWalkThroughAChainPastTheLimitReportsEachEntryItCannotName) {
     TempTree tree;
     DeepFolder deep(tree.root(), 4500);
     const std::string file = deep.makeFile("f.txt");

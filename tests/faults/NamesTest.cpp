@@ -48,7 +48,7 @@ protected:
     TempTree tree;
 };
 
-TEST_F(Names, ResolveAndTheLinkTestGiveTheSameBytesBack) {
+TEST_F(Names, ResolveAttributesAndLinkTestRoundTripTheBytes) {
     tree.makeLink(raw("\xff.txt"), "\xfe-link");
     for (const auto& n : kBadNames) {
         SCOPED_TRACE(n);
@@ -115,7 +115,7 @@ TEST_F(Names, MakersCreateTheNamesTheyAreGiven) {
     EXPECT_FALSE(std::filesystem::is_symlink(tree.path("x")));
 }
 
-TEST_F(Names, FileURLsCarryTheBytesPercentEncoded) {
+TEST_F(Names, FileURLsCarryTheBytesAndComeBack) {
     std::vector<StringElement> given;
     for (const auto& n : kBadNames) given.emplace_back(host(n));
     const auto urls = stringsFrom(
