@@ -4,7 +4,6 @@
 // faults injected through the system-call seams, and the core's path text per convention.
 #include "Posix.hpp"
 #include "SystemCalls.hpp"
-#include "quorin/io/filesystem/core/Errors.hpp"
 #include "quorin/io/filesystem/core/Existence.hpp"
 #include "quorin/io/filesystem/core/Identifiers.hpp"
 #include "quorin/io/filesystem/core/PathComponents.hpp"
@@ -21,7 +20,6 @@
 #include "foundation/storage/vfs/vfs.hpp"
 
 #include <boost/date_time/posix_time/posix_time.hpp>
-#include <boost/exception_ptr.hpp>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -31,10 +29,8 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <tuple>
-#include <typeinfo>
 #include <vector>
 
 #include <dirent.h>
@@ -60,30 +56,6 @@ using Names = std::vector<std::string>;
 
 std::string utf8(const fl::ustring& s) { return fl::i18n::to_utf8(s); }
 std::string text(const AbsoluteIRI& iri) { return utf8(iri.toString()); }
-
-// The common escapes are createFileURL's rows; these are the rest, both ways.
-TEST(FileIRI, PathToIRIAndBack) {
-    // clang-format off
-    const std::pair<fl::ustring, const char*> rows[] = {
-        {u"", "file://"},  // names no file, but converts both ways
-        {u"/tmp/100%41", "file:///tmp/100%2541"},
-        {u"/tmp/a#b?x=1", "file:///tmp/a%23b%3Fx=1"},
-        {u"/tmp/\U0001F600", "file:///tmp/%F0%9F%98%80"},
-        {u"/tmp/\xDCFFz", "file:///tmp/%FFz"},  // byte 0xFF of a name that is not UTF-8
-        {u"/tmp/semi;colon:at@plus+", "file:///tmp/semi;colon:at@plus+"},
-        {u"/tmp/trailing/", "file:///tmp/trailing/"},
-    };
-    // clang-format on
-    for (const auto& [path, expected] : rows) {
-        const AbsoluteIRI iri = vfs::toAbsoluteIRI(u"file", path);
-        EXPECT_EQ(text(iri), expected);
-        EXPECT_EQ(AbsoluteIRI(iri.toString()), iri);
-        EXPECT_EQ(vfs::fromAbsoluteIRI(AbsoluteIRI(iri.toString())), path);
-        EXPECT_EQ(path.empty() ? iri : AbsoluteIRI(path), iri);  // the path reads the same way
-    }
-    EXPECT_EQ(vfs::fromAbsoluteIRI(AbsoluteIRI(u"file://localhost/x%20y")), u"/x y");
-    EXPECT_EQ(vfs::fromAbsoluteIRI(AbsoluteIRI(u"FILE:///x")), u"/x");
-}
 
 // An IRI has a scheme of two or more characters, then "://" ("C:\x" is none). Refused: texts
 // that are neither an IRI nor an absolute path, and file IRIs that name no local path.
@@ -114,21 +86,42 @@ TEST(AbsoluteIRI, TextsThatAreNoIRIOrNoLocalPathAreRefused) {
                             fl::ustring(u"http"));
 }
 
-// RFC 3986 text: what is raw is escaped, a well-formed escape stays as written.
-TEST(AbsoluteIRI, TextFormsEncodeWhatIsRaw) {
+// RFC 3986 text: what is raw is escaped, a well-formed escape stays as written. A file IRI
+// converts back to its path (common escapes are createFileURL's rows; these are the rest).
+TEST(AbsoluteIRI, TextEscapesWhatIsRawAndFileIRIsConvertBothWays) {
     // clang-format off
     const std::pair<AbsoluteIRI, const char*> rows[] = {
         {AbsoluteIRI(u"http://h/a b/\u00e4?q=\u00fc v#fr ag"), "http://h/a%20b/%C3%A4?q=%C3%BC%20v#fr%20ag"},
         {AbsoluteIRI(u"http://h/100%/x%41"), "http://h/100%25/x%41"},  // a lone "%" is literal
         {AbsoluteIRI(u"http://h/p#a#b"), "http://h/p#a%23b"},  // the first "#" starts the fragment
-        {AbsoluteIRI(AbsoluteIRI(u"file:///"), u"a b/\u00e4"), "file:///a%20b/%C3%A4"},
         {AbsoluteIRI(AbsoluteIRI(u"http://h/a/b#f"), u"c"), "http://h/a/c"},  // the base's fragment plays no part
         {AbsoluteIRI(u"file:///d/").getChild(u"x/y#%"), "file:///d/x%2Fy%23%25"},
         {AbsoluteIRI(u"mem://root/d?q#f").getChild(u"\u00e4"), "mem://root/d/%C3%A4"},
     };
+    const std::pair<fl::ustring, const char*> files[] = {
+        {u"", "file://"},  // names no file, but converts both ways
+        {u"/tmp/100%41", "file:///tmp/100%2541"},
+        {u"/tmp/a#b?x=1", "file:///tmp/a%23b%3Fx=1"},
+        {u"/tmp/\U0001F600", "file:///tmp/%F0%9F%98%80"},
+        {u"/tmp/\xDCFFz", "file:///tmp/%FFz"},  // byte 0xFF of a name that is not UTF-8
+        {u"/tmp/semi;colon:at@plus+/", "file:///tmp/semi;colon:at@plus+/"},
+    };
     // clang-format on
     for (const auto& [iri, expected] : rows) EXPECT_EQ(text(iri), expected);
+    for (const auto& [path, expected] : files) {
+        const AbsoluteIRI iri = vfs::toAbsoluteIRI(u"file", path);
+        EXPECT_EQ(text(iri), expected);
+        EXPECT_EQ(vfs::fromAbsoluteIRI(AbsoluteIRI(iri.toString())), path);
+        EXPECT_EQ(path.empty() ? iri : AbsoluteIRI(path), iri);  // the path reads the same way
+    }
+    EXPECT_EQ(vfs::fromAbsoluteIRI(AbsoluteIRI(u"FILE://localhost/x%20y")), u"/x y");
     EXPECT_EQ(AbsoluteIRI(u"file:///d").getChild(u"n\xDC80").getName(), u"n\xDC80");
+    // A parent drops the last segment, the query and the fragment; a root has none.
+    EXPECT_EQ(text(AbsoluteIRI(u"http://h/x/y/?q#f").getParent()), "http://h/x");
+    EXPECT_EQ(text(AbsoluteIRI(u"file:///a%2Fb/c").getParent()), "file:///a%2Fb");
+    EXPECT_FALSE(AbsoluteIRI(u"file:///").hasParent());
+    EXPECT_IDENTIFIED_ERROR((void)AbsoluteIRI(u"http://h").getParent(),
+                            "QUORIN:storage:invalidLocation", fl::ustring(u"http://h"));
 }
 
 // RFC 3986 section 5.4, normal and abnormal examples; a strict parser takes "http:g" as it
@@ -185,39 +178,17 @@ TEST(AbsoluteIRI, ResolutionFollowsRFC3986Examples) {
         EXPECT_EQ(text(AbsoluteIRI(base, fl::i18n::to_ustring(reference))), expected) << reference;
 }
 
-// The parent drops the last segment, the query and the fragment; "" where there is none.
-TEST(AbsoluteIRI, ParentDropsLastSegmentQueryAndFragment) {
-    // clang-format off
-    const std::pair<const char16_t*, const char*> rows[] = {
-        {u"file:///a/b", "file:///a"}, {u"file:///a/b/", "file:///a"}, {u"file:///a", "file:///"},
-        {u"http://h/x?q#f", "http://h/"}, {u"mem://root/x", "mem://root/"}, {u"file:///a%2Fb/c", "file:///a%2Fb"},
-        {u"file:///", ""}, {u"file://", ""}, {u"http://h", ""}, {u"urn:isbn:1234", ""}};
-    // clang-format on
-    for (const auto& [input, parent] : rows) {
-        const AbsoluteIRI iri(input);
-        EXPECT_EQ(iri.hasParent(), *parent != '\0') << parent;
-        if (*parent != '\0') {
-            EXPECT_EQ(text(iri.getParent()), parent);
-        } else {
-            EXPECT_IDENTIFIED_ERROR((void)iri.getParent(), "QUORIN:storage:invalidLocation",
-                                    iri.toString());
-        }
-    }
-}
-
+// Decoding keeps what is malformed; normalising follows RFC 3986 section 6.2.2.
 TEST(URLText, DecodeKeepsWhatIsMalformedAndNormaliseFollowsRFC3986) {
     // clang-format off
     const std::tuple<const char16_t*, bool, const char16_t*> decoded[] = {
-        {u"file:///a%20b/%C3%A4%e6%97%a5", true, u"file:///a b/\u00e4\u65e5"},
-        {u"100% and %zz and %4", true, u"100% and %zz and %4"},
-        {u"x%FFy", true, u"x\xDCFFy"},  // bytes that are no UTF-8 survive as lone surrogates
-        {u"%2F%25\u00e4", true, u"/%\u00e4"}, {u"%E4%20\u00e4", false, u"\u00e4 \u00e4"}, {u"%C3%A4", false, u"\u00c3\u00a4"}};
+        {u"/a%20b/%C3%A4%e6%97%a5 100% %zz %4", true, u"/a b/\u00e4\u65e5 100% %zz %4"},
+        {u"x%FFy%2F%25", true, u"x\xDCFFy/%"},  // bytes that are no UTF-8 survive as lone surrogates
+        {u"%E4%20\u00e4%C3%A4", false, u"\u00e4 \u00e4\u00c3\u00a4"}};
     const std::pair<const char16_t*, const char16_t*> normalized[] = {
-        {u"HTTP://Example.COM/a/./b/../c", u"http://example.com/a/c"},
+        {u"HTTP://User@Example.COM:80/a/./b/../c%2Fd/../e?Q=%7e#F%7e", u"http://User@example.com:80/a/e?Q=~#F~"},
         {u"http://h/%7euser/%2f%3a", u"http://h/~user/%2F%3A"},
-        {u"http://h/a%2Fb/../c", u"http://h/c"},
-        {u"http://User@Host:80/p?Q=%7e#F%7e", u"http://User@host:80/p?Q=~#F~"},
-        {u"file:///tmp/a b/\u00e4", u"file:///tmp/a%20b/%C3%A4"}, {u"file://", u"file://"}, {u"/tmp/x/../y", u"file:///tmp/y"}};
+        {u"/tmp/a b/\u00e4/../y", u"file:///tmp/a%20b/y"}};
     // clang-format on
     for (fl::ustring s; const auto& [input, asUtf8, expected] : decoded) {
         foundation::storage::utility::decodeURL(s = input, asUtf8);
@@ -233,9 +204,9 @@ TEST(URLText, DecodeKeepsWhatIsMalformedAndNormaliseFollowsRFC3986) {
     EXPECT_EQ(bad, u"not a url");
 }
 
-// Every kind of host error: its identifier, its arguments, its English catalog text (one
-// hole per argument), all kept by a clone and a rethrow; each is a std::exception too.
-TEST(HostErrors, IdentityAndTextSurviveCloneAndRethrow) {
+// Every kind of host error: its identifier, its arguments, and its English catalog text (one
+// hole per argument) as a std::exception's text.
+TEST(HostErrors, IdentifiersArgumentsAndEnglishTexts) {
     using foundation::core::except::Exception;
     using foundation::core::except::IMsgIDException;
     using A = std::vector<resource_core::MessageArg>;
@@ -248,29 +219,17 @@ TEST(HostErrors, IdentityAndTextSurviveCloneAndRethrow) {
         {std::make_shared<vfs::Exception>(3, at, "File exists"), "QUORIN:storage:alreadyExists", {x}, "'file:///x%20y' already exists."},
         {std::make_shared<vfs::Exception>(4, at), "QUORIN:storage:notFound", {x}, "'file:///x%20y' was not found."},
         {std::make_shared<vfs::Exception>(5, at, "Input/output error"), "QUORIN:storage:ioError", {x, std::string("Input/output error")}, "Input/output error at 'file:///x%20y': Input/output error."},
-        {std::make_shared<vfs::Exception>(42, at), "QUORIN:storage:ioError", {x, std::string("storage error 42")}, "Input/output error at 'file:///x%20y': storage error 42."},
         {std::make_shared<vfs::InvalidIRIException>(u"a/b"), "QUORIN:storage:invalidIRI", {fl::ustring(u"a/b")}, "'a/b' is not a valid absolute IRI or absolute path."},
         {std::make_shared<vfs::UnsupportedIRISchemeException>(u"s3://b/k", u"s3"), "QUORIN:storage:unsupportedScheme", {fl::ustring(u"s3://b/k"), fl::ustring(u"s3")}, "No storage provider serves the scheme 's3' of 's3://b/k'."},
         {std::make_shared<fs::SystemError>(EIO, u"/x"), "QUORIN:filesystem:systemError", {fl::ustring(u"/x"), std::string("Input/output error"), std::int64_t{EIO}}, "System error for '/x': Input/output error (error 5)."},
         {std::make_shared<fs::PathNotFound>(y), "QUORIN:filesystem:pathNotFound", {y}, "'/y' does not exist."},
         {std::make_shared<fs::AccessDenied>(y), "QUORIN:filesystem:accessDenied", {y}, "Access denied: '/y'."},
-        {std::make_shared<Exception<ids::InvalidReplacementRuleName>>(ids::InvalidReplacementRuleName(v)), "QUORIN:io:filesystem:core:InvalidReplacementRuleName", {v}, "'v' is not a valid option name. The option name must be 'ReplacementRule'."},
-        {std::make_shared<Exception<ids::InvalidReplacementRuleValue>>(ids::InvalidReplacementRuleValue(v)), "QUORIN:io:filesystem:core:InvalidReplacementRuleValue", {v}, "'v' is not a valid value for 'ReplacementRule'. Use 'overwrite' or 'preserve'."},
-        {std::make_shared<Exception<ids::AmbiguousReplacementRuleValue>>(ids::AmbiguousReplacementRuleValue(v)), "QUORIN:io:filesystem:core:AmbiguousReplacementRuleValue", {v}, "'v' is ambiguous for 'ReplacementRule'. Use 'overwrite' or 'preserve'."},
         {std::make_shared<Exception<ids::InvalidURLPort>>(ids::InvalidURLPort(v)), "QUORIN:io:filesystem:core:InvalidURLPort", {v}, "The port of the URL 'v' must be a whole number from 0 to 65535."},
     };
     // clang-format on
     for (const auto& [error, id, args, what] : rows) {
-        SCOPED_TRACE(id);
-        std::unique_ptr<foundation::core::except::IException> copy(error->clone());
-        try {
-            copy->rethrow();
-            ADD_FAILURE() << "not rethrown";
-        } catch (const IMsgIDException& e) {
-            EXPECT_EQ(typeid(e), typeid(*error));
-            EXPECT_TRUE(zkfs::test::matchesIdentifiedError(e, id, args));
-            EXPECT_STREQ(dynamic_cast<const std::exception&>(e).what(), what);
-        }
+        EXPECT_TRUE(zkfs::test::matchesIdentifiedError(*error, id, args));
+        EXPECT_STREQ(dynamic_cast<const std::exception&>(*error).what(), what);
     }
 }
 
@@ -308,7 +267,6 @@ protected:
         }
         return iri;
     }
-    std::string where(std::u16string_view relative) const { return text(at(relative)); }
     File file(std::u16string_view relative) const { return {at(relative), storage_}; }
     Folder folder(std::u16string_view relative) const { return {at(relative), storage_}; }
     void write(std::u16string_view relative, std::string_view content,
@@ -354,13 +312,11 @@ TEST_P(Providers, FilesAndFoldersAreMadeWrittenAndRemoved) {
     write(u"f", "!", IODevice::OpenMode::Append);
     EXPECT_EQ(read(u"f"), "hello, storage!");
     EXPECT_EQ(file(u"f").getAttributes().getSize(), 15U);
-    EXPECT_TRUE(file(u"f").getAttributes().isWritable());
     write(u"f", "x");  // a write truncates
     EXPECT_EQ(read(u"f"), "x");
     file(u"f").removeFile();
     EXPECT_EQ(vfs::exists(at(u"f"), storage_), Type::DoesNotExist);
     folder(u"d").createFolder();
-    EXPECT_EQ(vfs::existsExtended(at(u"d"), storage_), Ext::Folder);
     EXPECT_EQ(file(u"d").getAttributes().getSize(), 0U);
     folder(u"p/q/r s/\u00e4").createFolderRecursive();
     folder(u"p/q").createFolderRecursive();  // existing: nothing to do, no error
@@ -396,16 +352,18 @@ TEST_P(Providers, RefusedCallsNameTheirLocationAndChangeNothing) {
     // Every operation on a location no provider path can name: "file://", another memory store.
     const AbsoluteIRI nowhere(GetParam() == "mem" ? u"mem://elsewhere/x" : u"file://");
     const File f(nowhere, storage_);
-    const Folder n(nowhere, storage_);
     const std::function<void()> invalid[] = {
         [&] { (void)vfs::exists(nowhere, storage_); }, [&] { (void)vfs::existsExtended(nowhere, storage_); },
         [&] { f.createFile(); }, [&] { f.removeFile(); }, [&] { (void)f.getAttributes(); }, [&] { IODevice d(f); },
-        [&] { n.createFolder(); }, [&] { n.createFolderRecursive(); }, [&] { (void)n.listAll(); }};
+        [&] { Folder(nowhere, storage_).createFolder(); }, [&] { Folder(nowhere, storage_).createFolderRecursive(); },
+        [&] { (void)Folder(nowhere, storage_).listAll(); }};
     // clang-format on
     for (const Row& row : rows)
-        EXPECT_EQ(failureOf(row.call), std::pair(row.code, where(row.where))) << row.what;
+        EXPECT_EQ(failureOf(row.call), std::pair(row.code, text(at(row.where)))) << row.what;
     for (const auto& call : invalid)
         EXPECT_EQ(failureOf(call), std::pair(1, text(nowhere))) << &call - invalid;
+    EXPECT_THROW(File(AbsoluteIRI(u"s3://bucket/key"), storage_).createFile(),
+                 vfs::UnsupportedIRISchemeException);
     EXPECT_EQ(names(folder(u"").listAllRecursive()), before);
     EXPECT_EQ(read(u"keep"), "data");
 }
@@ -455,31 +413,27 @@ protected:
 
 // A host call marks a memory folder read-only (for tests); "." and ".." stay inside the store.
 TEST_F(MemStorage, ReadOnlyFoldersDotSegmentsAndTheRoot) {
-    file(u"f").createFile();
+    write(u"f", "x");
     provider::setMemFolderReadOnly(*base_, true);
     EXPECT_IDENTIFIED_ERROR(file(u"new").createFile(), "QUORIN:storage:permissionDenied",
                             fl::ustring(u"mem://root/work/new"));
-    EXPECT_EQ(failureOf([&] { folder(u"sub").createFolder(); }), std::pair(2, where(u"sub")));
-    EXPECT_EQ(failureOf([&] { file(u"f").removeFile(); }), std::pair(2, where(u"f")));
-    EXPECT_EQ(failureOf([&] { write(u"f", "x"); }), std::pair(2, where(u"f")));
+    const std::function<void()> refused[] = {[&] { folder(u"sub").createFolder(); },
+                                             [&] { file(u"f").removeFile(); },
+                                             [&] { write(u"f", "y"); }};
+    for (const auto& call : refused) EXPECT_EQ(failureOf(call).first, 2);
     EXPECT_FALSE(file(u"f").getAttributes().isWritable());
-    EXPECT_FALSE(file(u"").getAttributes().isWritable());
-    EXPECT_EQ(read(u"f"), "");
+    EXPECT_EQ(read(u"f"), "x");
     provider::setMemFolderReadOnly(*base_, false);
-    write(u"f", "x");
+    file(u"new").createFile();
     EXPECT_EQ(failureOf([&] { provider::setMemFolderReadOnly(at(u"none"), true); }).first, 4);
     EXPECT_EQ(failureOf([&] { provider::setMemFolderReadOnly(at(u"f"), true); }).first, 1);
 
-    const auto existence = [&](const char16_t* iri) {
-        return vfs::exists(AbsoluteIRI(iri), storage_);
-    };
-    EXPECT_EQ(existence(u"mem://root/work/./../work/f"), Type::File);
-    EXPECT_EQ(existence(u"mem://root/"), Type::Folder);
-    EXPECT_EQ(failureOf([&] { existence(u"mem://root/../x"); }).first, 1);
-    EXPECT_EQ(failureOf([&] { Folder(AbsoluteIRI(u"mem://root"), storage_).createFolder(); }).first,
-              3);
+    EXPECT_EQ(vfs::exists(AbsoluteIRI(u"mem://root/work/./../work/f"), storage_), Type::File);
     EXPECT_EQ(
-        failureOf([&] { Folder(AbsoluteIRI(u"mem://root/"), storage_).removeFolder(); }).first, 1);
+        failureOf([&] { (void)vfs::exists(AbsoluteIRI(u"mem://root/../x"), storage_); }).first, 1);
+    const Folder root(AbsoluteIRI(u"mem://root/"), storage_);
+    EXPECT_EQ(failureOf([&] { root.createFolder(); }).first, 3);
+    EXPECT_EQ(failureOf([&] { root.removeFolder(); }).first, 1);
     // A stream outlives the removal of its file.
     IODevice device(file(u"f"), IODevice::OpenMode::Write);
     file(u"f").removeFile();
@@ -499,22 +453,18 @@ TEST_F(FileProvider, LinksAreSeenAsLinksAndRemovedAsNames) {
     tree_->makeLink("missing", "dangling");
     tree_->makeLink("loop", "loop");
     // clang-format off
-    const std::tuple<const char*, Type, Ext> rows[] = {
-        {"link-to-file", Type::File, Ext::SymbolicLinkToFile}, {"link-to-folder", Type::Folder, Ext::SymbolicLinkToFolder},
-        {"dangling", Type::DoesNotExist, Ext::BrokenSymbolicLink}, {"loop", Type::DoesNotExist, Ext::BrokenSymbolicLink},
-        {"none", Type::DoesNotExist, Ext::DoesNotExist}, {"f/below", Type::DoesNotExist, Ext::DoesNotExist}};
+    const std::pair<const char*, Ext> rows[] = {
+        {"link-to-file", Ext::SymbolicLinkToFile}, {"link-to-folder", Ext::SymbolicLinkToFolder}, {"dangling", Ext::BrokenSymbolicLink},
+        {"loop", Ext::BrokenSymbolicLink}, {"none", Ext::DoesNotExist}, {"f/below", Ext::DoesNotExist}};
     // clang-format on
-    for (const auto& [name, plain, extended] : rows) {
-        const fl::ustring path = tree_->upath(name);
-        EXPECT_EQ(vfs::exists(AbsoluteIRI(path), storage_), plain) << name;
-        EXPECT_EQ(vfs::existsExtended(AbsoluteIRI(path), storage_), extended) << name;
+    for (const auto& [name, extended] : rows) {
+        EXPECT_EQ(vfs::existsExtended(AbsoluteIRI(tree_->upath(name)), storage_), extended) << name;
         // The core reads local paths itself, and must agree.
-        EXPECT_EQ(quorin::io::filesystem::core::getExtendedExistenceType(path), extended) << name;
+        EXPECT_EQ(core::getExtendedExistenceType(tree_->upath(name)), extended) << name;
     }
-    // Attributes are the target's, to the nanosecond.
-    const struct timespec times[2] = {{1000000000, 0}, {1234567890, 123456789}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, tree_->path("f").c_str(), times, 0), 0);
-    EXPECT_EQ(file(u"link-to-file").getAttributes().getLastModified(), 1234567890123456789LL);
+    // Attributes are the target's; "exists" follows links.
+    EXPECT_EQ(file(u"link-to-file").getAttributes().getSize(), 3U);
+    EXPECT_EQ(vfs::exists(at(u"link-to-folder"), storage_), Type::Folder);
     // Creating over a dangling link is refused (the name is taken) and makes no target.
     EXPECT_EQ(failureOf([&] { file(u"dangling").createFile(); }).first, 3);
     // Removing a link removes the name, never its target.
@@ -532,7 +482,6 @@ TEST_F(FileProvider, NamesThatAreNotUtf8SurviveAndFifosDoNotBlock) {
     File(listing[0].getLocation(), storage_).removeFile();
     // And the other way: a name given with escapes reaches the disk byte for byte.
     file(u"\xDC80x").createFile();
-    EXPECT_EQ(tree_->snapshot().size(), 1U);
     EXPECT_TRUE(std::filesystem::exists(tree_->path("\x80x")));
 
     ASSERT_EQ(::mkfifo(tree_->path("fifo").c_str(), 0600), 0);
@@ -541,6 +490,35 @@ TEST_F(FileProvider, NamesThatAreNotUtf8SurviveAndFifosDoNotBlock) {
     EXPECT_EQ(device.read(buffer), 0U);  // no writer: end of data at once
     EXPECT_EQ(vfs::existsExtended(at(u"fifo"), storage_), Ext::File);
     EXPECT_EQ(names(folder(u"").listAll())[0], "fifo?");
+}
+
+// Every way the core looks at the file fails, whichever it takes first.
+int failStatWithEIO(const char* operation, const std::string& path) {
+    const bool look = std::strcmp(operation, "stat") == 0 || std::strcmp(operation, "lstat") == 0 ||
+                      std::strcmp(operation, "realpath") == 0;
+    return look && path.ends_with("/f") ? EIO : 0;
+}
+
+TEST_F(FileProvider, CoreFailuresAreCode5WithTheSystemTextAndTimesKeepMicroseconds) {
+    tree_->makeFile("f");
+    tree_->makeLink("f", "link");
+    const auto previous = core::posix::setFaultHook(&failStatWithEIO);
+    for (const bool follow : {false, true}) {
+        try {
+            (void)core::resolvePath(tree_->upath("f"), {follow, false, false});
+            ADD_FAILURE() << "no exception";
+        } catch (const vfs::Exception& e) {
+            EXPECT_EQ(std::tuple(e.getErrorCode(), e.getSystemText()),
+                      std::tuple(vfs::Exception::OtherIOError, std::string(std::strerror(EIO))));
+        }
+    }
+    core::posix::setFaultHook(previous);
+    // 2001-02-03 04:05:06.789123456 UTC: microseconds are kept, the rest truncated.
+    const struct timespec times[2] = {{981173106, 789123456}, {981173106, 789123456}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, tree_->path("f").c_str(), times, 0), 0);
+    EXPECT_EQ(boost::posix_time::to_iso_extended_string(
+                  core::resolvePathWithAttributes(tree_->upath("link"), {}).lastModified),
+              "2001-02-03T04:05:06.789123");
 }
 
 // Faults through the seam. The guard restores the real calls however a test ends.
@@ -576,13 +554,9 @@ long faultyGetdents(int fd, void* buffer, std::size_t size) {
 // As a file system without d_type answers: every entry's type is unknown.
 long unknownTypeGetdents(int fd, void* buffer, std::size_t size) {
     const long n = seam::realSystemCalls().getdents64(fd, buffer, size);
-    for (long pos = 0; pos < n;) {
-        char* rec = static_cast<char*>(buffer) + pos;
-        unsigned short reclen = 0;
-        std::memcpy(&reclen, rec + 16, sizeof reclen);
-        rec[18] = DT_UNKNOWN;
-        pos += reclen;
-    }
+    for (long pos = 0; pos < n;
+         pos += reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + pos)->d_reclen)
+        reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + pos)->d_type = DT_UNKNOWN;
     return n;
 }
 // Short writes, one byte at a time, so the loop must go on.
@@ -597,10 +571,10 @@ int faultyClose(int fd) {
     return -1;
 }
 
-class FileProviderFaults : public FileProvider {
+class FileProviderFaults : public Storage {
 protected:
     void SetUp() override {
-        FileProvider::SetUp();
+        init(false);
         counters = {};
     }
     struct Guard {
@@ -745,6 +719,8 @@ TEST(PathComponents, EveryConvention) {
         {u"https://example.com", "https://example.com|| @example.com:?# URL+", "=", "="},
         {u"https://example.com/dir/", "https://example.com/|dir| @example.com:?# URL+", "=", "="},
         {u"http://host:/x", "http://host:/|x| @host:?# URL+", "=", "="},
+        {u"http://h:0/", "http://h:0/|| @h:0?# URL+", "=", "="},
+        {u"http://h:65535/a", "http://h:65535/|a| @h:65535?# URL+", "=", "="},
         {u"http://user:pw@h:21/x", "http://user:pw@h:21/|x| @h:21?# URL+", "=", "="},
         {u"http://[::1]:99/f", "http://[::1]:99/|f| @[::1]:99?# URL+", "=", "="},
         {u"http://h/a?q", "http://h/|a| @h:?q# URL+", "=", "="},
@@ -769,117 +745,9 @@ TEST(PathComponents, EveryConvention) {
 // pathFcn swallows this error, so only the core shows it.
 TEST(PathComponents, BadPortIsAnIdentifiedError) {
     for (const char16_t* url :
-         {u"http://h:99999/", u"http://h:8a/", u"http://h:-1/", u"http://[::1]x/"}) {
+         {u"http://h:99999/", u"http://h:8a/", u"http://h:-1/", u"http://[::1]x/"})
         EXPECT_IDENTIFIED_ERROR(core::getPathComponents(url, true, FileSystemType::Schema),
                                 "QUORIN:io:filesystem:core:InvalidURLPort", fl::ustring(url));
-        EXPECT_EQ(core::getPathType(url, true, FileSystemType::Schema), u"URL");  // no port read
-        EXPECT_TRUE(core::getIsAbsolute(url, true, FileSystemType::Schema));
-    }
-    EXPECT_EQ(core::getPathComponents(u"http://h:65535/", true, FileSystemType::Schema).port,
-              65535U);
-    EXPECT_EQ(core::getPathComponents(u"http://h:0/", true, FileSystemType::Schema).port, 0U);
-}
-
-// What a failure report carries for any error, identified or not, in either kind of pointer.
-TEST(CapturedErrors, IdentifierAndTextOfEachKindOfError) {
-    const auto invalid =
-        std::make_exception_ptr(foundation::core::except::Exception<ids::InvalidURLPort>(
-            ids::InvalidURLPort(u"http://h:x/")));
-    // clang-format off
-    const std::tuple<std::exception_ptr, const char*, const char16_t*> rows[] = {
-        {invalid, "QUORIN:io:filesystem:core:InvalidURLPort", u"The port of the URL 'http://h:x/' must be a whole number from 0 to 65535."},
-        {std::make_exception_ptr(std::runtime_error("disk on fire")), "", u"disk on fire"},
-        {std::make_exception_ptr(42), "", u""},
-        {std::exception_ptr(), "", u""},
-    };
-    // clang-format on
-    for (const auto& [error, id, text] : rows) {
-        SCOPED_TRACE(utf8(text));
-        // Boost wraps the standard pointer only inside a handler (it reads
-        // std::current_exception() itself); the host's errors travel that way too.
-        boost::exception_ptr wrapped;
-        try {
-            if (error) std::rethrow_exception(error);
-        } catch (...) {
-            wrapped = boost::exception_ptr(std::current_exception());
-        }
-        EXPECT_EQ(core::detail::GetID(error), id);
-        EXPECT_EQ(core::detail::GetUnicodeMessageTxt(error), text);
-        EXPECT_EQ(core::detail::GetID(wrapped), id);
-        EXPECT_EQ(core::detail::GetUnicodeMessageTxt(wrapped), text);
-    }
-}
-
-// A tree with links; every test runs from its root.
-class CoreTree : public ::testing::Test {
-protected:
-    void SetUp() override {
-        tree.makeFile("dir/f.txt", "hello");
-        tree.makeFolder("dir/sub");
-        tree.makeLink("f.txt", "dir/linkToFile");
-        tree.makeLink("sub", "dir/linkToFolder");
-        tree.makeLink("missing", "dir/dangling");
-    }
-    fl::ustring at(const char* name) const { return tree.upath(name); }
-    zkfs::test::TempTree tree;
-    zkfs::test::InFolder here{tree.root()};
-};
-
-// mkFileFcn uses the mode AllButLast only; the others are for the core's other callers.
-TEST_F(CoreTree, SetupForURLConstructionResolvesLinksByMode) {
-    using enum core::ResolveSymbolicLinks;
-    // clang-format off
-    const std::tuple<const char16_t*, core::ResolveSymbolicLinks, fl::ustring, bool> rows[] = {
-        {u"https://example.com/a%20b", All, u"https://example.com/a%20b", true},
-        {u"", All, u"", false},
-        {u"dir/./linkToFolder//new/x.txt", None, at("dir/linkToFolder/new/x.txt"), false},
-        {u"dir/linkToFolder/new/x.txt", All, at("dir/sub/new/x.txt"), false},
-        // The last component is the link itself with AllButLast, its target with All.
-        {u"dir/linkToFile", AllButLast, at("dir/linkToFile"), false},
-        {u"dir/linkToFile", All, at("dir/f.txt"), false},
-        {u"dir/f.txt/below", All, at("dir/f.txt/below"), false},
-    };
-    // clang-format on
-    for (const auto& [input, mode, expected, isIri] : rows) {
-        SCOPED_TRACE(utf8(input));
-        fl::ustring path = input;
-        EXPECT_EQ(core::setupPathForURLConstruction(path, mode, false), isIri);
-        EXPECT_EQ(path, expected);
-    }
-    // Existence may be required; a dangling link's name exists.
-    fl::ustring missing = at("dir/none/x"), dangling = at("dir/dangling");
-    EXPECT_EQ(failureOf([&] { core::setupPathForURLConstruction(missing, All, true); }).first, 4);
-    EXPECT_EQ(missing, at("dir/none/x"));
-    EXPECT_FALSE(core::setupPathForURLConstruction(dangling, AllButLast, true));
-}
-
-// Every way the core looks at the file fails, whichever it takes first.
-int failStatWithEIO(const char* operation, const std::string& path) {
-    const bool look = std::strcmp(operation, "stat") == 0 || std::strcmp(operation, "lstat") == 0 ||
-                      std::strcmp(operation, "realpath") == 0;
-    return look && path.ends_with("/dir/f.txt") ? EIO : 0;
-}
-
-TEST_F(CoreTree, SystemFailuresAreCode5WithTheSystemTextAndTimesKeepMicroseconds) {
-    const auto previous = core::posix::setFaultHook(&failStatWithEIO);
-    for (const bool follow : {false, true}) {
-        try {
-            (void)core::resolvePath(at("dir/f.txt"), {follow, false, false});
-            ADD_FAILURE() << "no exception";
-        } catch (const vfs::Exception& e) {
-            EXPECT_EQ(std::tuple(e.getErrorCode(), e.getSystemText()),
-                      std::tuple(vfs::Exception::OtherIOError, std::string(std::strerror(EIO))));
-        }
-    }
-    EXPECT_EQ(core::resolvePath(at("dir/sub"), {}).type, core::PathType::Folder);  // untouched
-    core::posix::setFaultHook(previous);
-
-    // 2001-02-03 04:05:06.789123456 UTC: microseconds are kept, the rest truncated.
-    const struct timespec times[2] = {{981173106, 789123456}, {981173106, 789123456}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, tree.path("dir/f.txt").c_str(), times, 0), 0);
-    EXPECT_EQ(boost::posix_time::to_iso_extended_string(
-                  core::resolvePathWithAttributes(at("dir/linkToFile"), {}).lastModified),
-              "2001-02-03T04:05:06.789123");
 }
 
 }  // namespace
