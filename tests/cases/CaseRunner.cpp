@@ -23,10 +23,9 @@
 // back every host array it made.
 #include "qfs/Gateways.hpp"
 #include "qfs/Json.hpp"
-#include "qfs/Parser.hpp"
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/TempTree.hpp"
-#include "zkfs/test/Unprivileged.hpp"
+#include "zkfs/test/Child.hpp"
 
 #include <gtest/gtest.h>
 
@@ -209,8 +208,7 @@ Json expectedOutputs(const std::string& text) {
         } else if (part.rfind("{\"", 0) == 0) {
             outputs.push_back(Json::parse(part));
         } else {
-            const unique_vqarray_ptr value = qfs::parseValue(part);
-            outputs.push_back(qfs::toJson(value.get()));
+            outputs.push_back(zkfs::test::valueOf(part));
         }
     }
     return outputs;

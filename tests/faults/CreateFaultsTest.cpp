@@ -1,8 +1,8 @@
 // The makers on a file system that is full (a tiny tmpfs in a private mount namespace).
 // With no inode left nothing can be made; with no block left an empty file still can,
 // but not a link whose target text needs a block of its own. Nothing is left half-made.
-#include "FaultsSupport.hpp"
 #include "zkfs/test/Call.hpp"
+#include "zkfs/test/Child.hpp"
 #include "zkfs/test/TempTree.hpp"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace zkfs::test::faults {
+namespace zkfs::test {
 namespace {
 
 constexpr const char* kUnknown = "QUORIN:virtualfilesystem:unknownError";
@@ -85,4 +85,4 @@ TEST(FullFileSystem, NothingIsMadeWhereThereIsNoRoom) {
 }
 
 }  // namespace
-}  // namespace zkfs::test::faults
+}  // namespace zkfs::test

@@ -1,14 +1,10 @@
 // Names that are not UTF-8 (no case table can hold them): every built-in takes them in
 // as the host's escaped code units and acts on exactly those bytes, never on the
 // look-alike a lossy decoder would make of them, and hands back the same bytes.
-#include "FaultsSupport.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
-#include "zkfs/test/Arrays.hpp"
-#include "zkfs/test/Errors.hpp"
-#include "zkfs/test/GatewayCall.hpp"
-#include "zkfs/test/LiveArrays.hpp"
+#include "zkfs/test/Call.hpp"
 #include "zkfs/test/TempTree.hpp"
 
+#include "fl/i18n/unicode.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 
 #include <gtest/gtest.h>
@@ -17,55 +13,48 @@
 #include <string>
 #include <vector>
 
-namespace zkfs::test::faults {
+namespace zkfs::test {
 namespace {
 
 namespace vfs = foundation::storage::vfs;
-namespace q = quorin::io::filesystem::quorin;
 
 // Bad bytes alone, in a valid sequence's place, an encoded surrogate (which strict UTF-8
 // refuses byte by byte) and a Latin-1 letter.
-const std::vector<std::string> kBadNames = {"\xff.txt",
-                                            "a\xc3\x28"
-                                            "b",
-                                            "\xed\xb3\xbf", "caf\xe9"};
+const std::vector<std::string> kBadNames = {"\xff.txt", "a\xc3\x28" "b", "\xed\xb3\xbf", "caf\xe9"};
 const std::string kLookAlike = "\xef\xbf\xbd.txt";  // U+FFFD ".txt"
 
-class Names : public LiveArrayTest {
+// The path a "file" URL names, as bytes.
+std::string pathOfURL(const std::string& url) {
+    return fl::i18n::to_utf8(vfs::fromAbsoluteIRI(vfs::AbsoluteIRI(fl::i18n::to_ustring(url))));
+}
+
+class Names : public ::testing::Test {
 protected:
     void SetUp() override {
-        LiveArrayTest::SetUp();
         tree.makeFile(kLookAlike, "look-alike");
         for (const auto& n : kBadNames) tree.makeFile(n, "content of " + n);
     }
-    [[nodiscard]] std::string raw(const std::string& name) const {
-        return tree.path(name).native();
-    }
-    [[nodiscard]] fl::ustring host(const std::string& name) const { return hostText(raw(name)); }
-    // The text of a 1x1 string, as bytes.
-    static std::string bytesIn(const vqArray* s) { return bytesOf(stringsOf(s).at(0).value()); }
+    // The whole path of a name in the tree, as a qfs char literal.
+    [[nodiscard]] std::string q(const std::string& name) const { return charLiteral(tree.path(name).native()); }
+    // The first output of a statement.
+    static qfs::Json first(const std::string& statement) { return call(statement)["outputs"][0]; }
 
     TempTree tree;
 };
 
 TEST_F(Names, ResolveAttributesAndLinkTestRoundTripTheBytes) {
-    tree.makeLink(raw("\xff.txt"), "\xfe-link");
+    tree.makeLink(tree.path("\xff.txt").native(), "\xfe-link");
     for (const auto& n : kBadNames) {
         SCOPED_TRACE(n);
-        OutputSlots r;
-        call<&q::resolvePathFcn>(1, r, ArgList(stringScalar(host(n))));
-        EXPECT_EQ(bytesIn(vqGetField(r[0], 0, "ResolvedPath")), raw(n));
-        OutputSlots a;
-        call<&q::resolvePathFcnWithAttributes>(1, a, ArgList(stringScalar(host(n))));
-        EXPECT_EQ(doublesOf(vqGetField(a[0], 0, "Size")),
-                  std::vector<double>{static_cast<double>(11 + n.size())});
+        EXPECT_EQ(first("r = resolvePathFcn(" + q(n) + ")")["value"][0]["ResolvedPath"]["value"][0],
+                  tree.path(n).native());
+        EXPECT_EQ(first("r = resolvePathFcnWithAttributes(" + q(n) + ")")["value"][0]["Size"]["value"][0],
+                  11 + n.size());
     }
-    OutputSlots link(2);
-    call<&isSymlinkFcn>(2, link, ArgList(charRow(host("\xfe-link"))));
-    EXPECT_EQ(logicalsOf(link[0]), std::vector<bool>{true});
-    // The target comes back as a "file" IRI naming the bad bytes, not the look-alike.
-    EXPECT_EQ(bytesOf(vfs::fromAbsoluteIRI(vfs::AbsoluteIRI(stringsOf(link[1]).at(0).value()))),
-              raw("\xff.txt"));
+    const qfs::Json link = call("[tf, t] = isSymlinkFcn(" + q("\xfe-link") + ")")["outputs"];
+    EXPECT_EQ(link[0]["value"][0], true);
+    // The target comes back as a "file" URL naming the bad bytes, not the look-alike.
+    EXPECT_EQ(pathOfURL(link[1]["value"][0]), tree.path("\xff.txt").native());
 }
 
 TEST_F(Names, PermissionsAreReadAndChangedOnExactlyThoseBytes) {
@@ -73,61 +62,53 @@ TEST_F(Names, PermissionsAreReadAndChangedOnExactlyThoseBytes) {
     for (const auto& n : kBadNames) {
         SCOPED_TRACE(n);
         tree.setMode(n, 0640);
-        OutputSlots p;
-        call<&getPerms_impl>(
-            1, p, ArgList(stringScalar(host(n)), charRow(u"File"), charRow(u"GroupRead")));
-        EXPECT_EQ(logicalsOf(vqGetField(p[0], 0, "GroupRead")), std::vector<bool>{true});
-        EXPECT_TRUE(modifyPerms(1, host(n), u"File", {{"OtherExecute", true}}, u"all").empty());
+        EXPECT_EQ(first("p = getPerms_impl(" + q(n) + ", 'File', 'GroupRead')")["value"][0]["GroupRead"]["value"][0],
+                  true);
+        EXPECT_TRUE(failuresIn(call("r = modifyPerms_impl(" + q(n) +
+                                    ", 'File', struct('OtherExecute', true), false, 'all')")).empty());
         EXPECT_EQ(tree.mode(n), 0641U);
     }
     // A walk over a tree holding them reaches each by its own bytes.
-    EXPECT_TRUE(
-        modifyPerms(1, tree.upath(""), u"Folder", {{"GroupRead", false}}, u"files").empty());
+    EXPECT_TRUE(failuresIn(call("r = modifyPerms_impl(" + q("") +
+                                ", 'Folder', struct('GroupRead', false), false, 'files')")).empty());
     for (const auto& n : kBadNames) EXPECT_EQ(tree.mode(n), 0601U) << n;
     EXPECT_EQ(tree.mode(kLookAlike), 0U);
-    // A failure names the path in the host's escaped form, which maps back to the bytes.
+    // A failure names the path by its bytes.
     tree.makeLink("\xfb", "\xfc-dir/\xfa-link");
-    const auto failures =
-        modifyPerms(1, host("\xfc-dir"), u"Folder", {{"Writable", false}}, u"symboliclinks");
-    ASSERT_EQ(failures.size(), 1U);
-    EXPECT_EQ(bytesOf(failures[0].name), raw("\xfc-dir/\xfa-link"));
+    EXPECT_EQ(failuresIn(call("r = modifyPerms_impl(" + q("\xfc-dir") +
+                              ", 'Folder', struct('Writable', false), false, 'symboliclinks')")).at(0).name,
+              tree.path("\xfc-dir/\xfa-link").native());
 }
 
 TEST_F(Names, MakersCreateTheNamesTheyAreGiven) {
     for (const std::string n : {"new-\xff", "new\xc3\x28/x-\xfe.txt", "new-\xed\xa0\x80"}) {
         SCOPED_TRACE(n);
-        OutputSlots out(3);
-        call<&mkFileFcn>(3, out, ArgList(stringScalar(host(n))));
-        EXPECT_EQ(logicalsOf(out[0]), std::vector<bool>{true});
+        EXPECT_EQ(first("[ok, msg, id] = mkFileFcn(" + q(n) + ")")["value"][0], true);
         EXPECT_TRUE(std::filesystem::is_regular_file(tree.path(n)));
-        EXPECT_IDENTIFIED_ERROR(call<&mkFileFcn>(0, out, ArgList(charRow(host(n)))),
-                                "QUORIN:virtualfilesystem:resourceAlreadyExists", host(n));
+        EXPECT_EQ(call("mkFileFcn(" + q(n) + ")")["error"]["arguments"][0], tree.path(n).native());
     }
     // A link named in bytes to a target named in bytes, stored exactly as given.
-    OutputSlots none;
-    call<&mkSymlinkFcn>(0, none, ArgList(charRow(host("link-\xff")), charRow(host("\xff.txt"))));
-    EXPECT_EQ(std::filesystem::read_symlink(tree.path("link-\xff")).native(), raw("\xff.txt"));
+    call("mkSymlinkFcn(" + q("link-\xff") + ", " + q("\xff.txt") + ")");
+    EXPECT_EQ(std::filesystem::read_symlink(tree.path("link-\xff")).native(), tree.path("\xff.txt").native());
     // A target missing under its bytes is not found, though its look-alike exists.
     tree.makeFile("\xef\xbf\xbd-t");
-    EXPECT_IDENTIFIED_ERROR(
-        call<&mkSymlinkFcn>(0, none, ArgList(charRow(host("x")), charRow(host("\xfd-t")))),
-        "QUORIN:io:filesystem:symlink:TargetNotFound", host("\xfd-t"));
+    const qfs::Json error = call("mkSymlinkFcn(" + q("x") + ", " + q("\xfd-t") + ")")["error"];
+    EXPECT_EQ(error["identifier"], "QUORIN:io:filesystem:symlink:TargetNotFound");
+    EXPECT_EQ(error["arguments"][0], tree.path("\xfd-t").native());
     EXPECT_FALSE(std::filesystem::is_symlink(tree.path("x")));
 }
 
 TEST_F(Names, FileURLsCarryTheBytesAndComeBack) {
-    std::vector<StringElement> given;
-    for (const auto& n : kBadNames) given.emplace_back(host(n));
-    const auto urls = stringsFrom(
-        call<&q::createFileURL>, ArgList(stringArray({1, given.size()}, given)), {1, given.size()});
+    std::string cell = "{";
+    for (const auto& n : kBadNames) cell += q(n) + (&n == &kBadNames.back() ? "}" : ", ");
+    const qfs::Json urls = first("u = createFileURL(" + cell + ")")["value"];
     ASSERT_EQ(urls.size(), kBadNames.size());
     for (std::size_t i = 0; i < urls.size(); ++i) {
         SCOPED_TRACE(kBadNames[i]);
-        for (const char16_t c : urls[i].value()) EXPECT_LT(c, 0x80) << "raw code unit in the URL";
-        EXPECT_EQ(bytesOf(vfs::fromAbsoluteIRI(vfs::AbsoluteIRI(urls[i].value()))),
-                  raw(kBadNames[i]));
+        for (const char c : urls[i].get<std::string>()) EXPECT_GE(c, 0) << "raw byte in the URL";
+        EXPECT_EQ(pathOfURL(urls[i]), tree.path(kBadNames[i]).native());
     }
 }
 
 }  // namespace
-}  // namespace zkfs::test::faults
+}  // namespace zkfs::test

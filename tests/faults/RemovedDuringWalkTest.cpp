@@ -2,9 +2,8 @@
 // library's system-call seam: right after the walk has read the tree's top folder, a
 // subfolder it has just listed disappears. Every walk still ends, changes everything
 // outside the removed part exactly as it would have, and names only the removed path.
-#include "FaultsSupport.hpp"
 #include "SystemCalls.hpp"
-#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/Call.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
 
@@ -16,7 +15,7 @@
 
 #include <unistd.h>
 
-namespace zkfs::test::faults {
+namespace zkfs::test {
 namespace {
 
 namespace seam = foundation::storage::provider::detail;
@@ -67,6 +66,13 @@ protected:
         gRemoved = false;
     }
 
+    // The walk over one of the trees, its failure rows; `report` false: no output asked for.
+    static qfs::Json walk(const TempTree& t, const std::string& request, const std::string& scope,
+                          bool report = true) {
+        return call(std::string(report ? "r = " : "") + "modifyPerms_impl(" +
+                    charLiteral(t.root().native()) + ", 'Folder', " + request + ", false, '" + scope + "')");
+    }
+
     TempTree tree;
     TempTree control;
 
@@ -75,25 +81,24 @@ private:
 };
 
 TEST_F(RemovedDuringWalk, EveryWalkEndsNamesOnlyTheRemovedFolderAndLosesNothingElse) {
-    for (const Request& walk : {Request{{"Writable", false}}, Request{{"Readable", false}},
-                                Request{{"Readable", true}, {"OtherWrite", true}}}) {
-        for (const char16_t* scope : {u"files", u"folders", u"all"}) {
-            SCOPED_TRACE(walk[0].first + (walk[0].second ? " granted, " : " revoked, ") +
-                         bytesOf(scope));
+    for (const std::string request : {"struct('Writable', false)", "struct('Readable', false)",
+                                      "struct('Readable', true, 'OtherWrite', true)"}) {
+        for (const std::string scope : {"files", "folders", "all"}) {
+            SCOPED_TRACE(request + ", " + scope);
             arm();
-            const fl::ustring sub1 = tree.upath("sub1");
+            const std::string sub1 = tree.path("sub1").native();
             bool named = false;
-            for (const Failure& f : modifyPerms(1, tree.upath(""), u"Folder", walk, scope)) {
-                EXPECT_TRUE(f.name == sub1 || f.name.starts_with(sub1 + u"/")) << bytesOf(f.name);
+            for (const Failure& f : failuresIn(walk(tree, request, scope))) {
+                EXPECT_TRUE(f.name == sub1 || f.name.starts_with(sub1 + "/")) << f.name;
                 EXPECT_FALSE(f.cause.empty());
                 named = named || f.name == sub1;
             }
             EXPECT_TRUE(gRemoved) << "the walk never read its top folder";
             // Where the walk would have changed the folder, its absence is reported.
-            if (fl::ustring(scope) != u"files") {
+            if (scope != "files") {
                 EXPECT_TRUE(named);
             }
-            EXPECT_TRUE(modifyPerms(1, control.upath(""), u"Folder", walk, scope).empty());
+            EXPECT_TRUE(failuresIn(walk(control, request, scope)).empty());
             for (const auto& e : kOutside)
                 EXPECT_EQ(tree.mode(e), control.mode(e)) << "'" << e << "'";
         }
@@ -104,10 +109,9 @@ TEST_F(RemovedDuringWalk, EveryWalkEndsNamesOnlyTheRemovedFolderAndLosesNothingE
 // ends with its identified error, naming the folder and the system's reason.
 TEST_F(RemovedDuringWalk, WithoutAnOutputTheRemovedFolderIsTheErrorRaised) {
     arm();
-    EXPECT_IDENTIFIED_ERROR(
-        modifyPerms(0, tree.upath(""), u"Folder", {{"Writable", false}}, u"all"),
-        "QUORIN:io:filesystem:filePermissions:UnableToSetPermissions", tree.upath("sub1"),
-        std::string("No such file or directory"));
+    const qfs::Json error = walk(tree, "struct('Writable', false)", "all", false)["error"];
+    EXPECT_EQ(error["identifier"], "QUORIN:io:filesystem:filePermissions:UnableToSetPermissions");
+    EXPECT_EQ(error["arguments"], qfs::Json::array({tree.path("sub1").native(), "No such file or directory"}));
     EXPECT_TRUE(gRemoved);
     // Entries listed before it were changed; the walk stopped there.
     EXPECT_EQ(tree.mode("a.txt"), 0444U);
@@ -115,4 +119,4 @@ TEST_F(RemovedDuringWalk, WithoutAnOutputTheRemovedFolderIsTheErrorRaised) {
 }
 
 }  // namespace
-}  // namespace zkfs::test::faults
+}  // namespace zkfs::test

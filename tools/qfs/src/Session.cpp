@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <utility>
 #include <variant>
 
 namespace qfs {
@@ -76,6 +77,18 @@ ErrorReport describeError(const std::exception_ptr& error) {
 Session::Session(const Library& library, std::ostream& out, std::ostream& err, bool json)
     : library_(library), out_(out), err_(err), json_(json) {}
 
+Session::Session(const Library& library, std::ostream& err, std::function<void(Json)> sink)
+    : library_(library), out_(err), err_(err), json_(true), sink_(std::move(sink)) {}
+
+void Session::emit(Json object) {
+    if (sink_) {
+        sink_(std::move(object));
+        return;
+    }
+    out_ << jsonLine(object) << "\n";
+    out_.flush();
+}
+
 Status Session::run(std::string_view line) {
     const long before = vqLiveArrayCount();
     const Status status = runStatement(line);
@@ -89,8 +102,7 @@ Status Session::run(std::string_view line) {
 
 void Session::report(const std::string& where, const ErrorReport& error, std::string_view line) {
     if (json_) {
-        out_ << jsonLine(errorJson(error.identifier, error.message, error.arguments)) << "\n";
-        out_.flush();
+        emit(errorJson(error.identifier, error.message, error.arguments));
         return;
     }
     err_ << "Error using " << where << "\n" << error.message << "\n";
@@ -140,7 +152,7 @@ Status Session::runStatement(std::string_view line) {
             }
             Json result = Json::object();
             result["outputs"] = std::move(outputs);
-            out_ << jsonLine(result) << "\n";
+            emit(std::move(result));
         } else if (!st.suppressed) {
             if (outCount == 0) {
                 if (slots.front()) out_ << displayValue("ans", slots.front().get());
@@ -190,7 +202,7 @@ Status Session::help(const std::string& topic) {
     if (json_) {
         Json object = Json::object();
         object["help"] = text;
-        out_ << jsonLine(object) << "\n";
+        emit(std::move(object));
     } else {
         out_ << text;
     }

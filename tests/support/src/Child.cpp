@@ -1,4 +1,4 @@
-#include "zkfs/test/Unprivileged.hpp"
+#include "zkfs/test/Child.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/wait.h>
@@ -99,40 +101,23 @@ std::vector<Report> runCollecting(const std::function<void()>& block) {
     return reports;
 }
 
-std::vector<Report> runInChild(const std::function<void()>& block) {
-    const std::string dropError = dropPrivileges(unprivilegedIds());
-    if (!dropError.empty()) {
-        return {{__FILE__, __LINE__, "could not drop root privileges: " + dropError}};
-    }
-    return runCollecting(block);
-}
+// Exit status of a child whose set-up the system refused.
+constexpr int kRefused = 77;
 
 void reportAll(const std::vector<Report>& reports) {
     for (const auto& r : reports) {
-        ADD_FAILURE_AT(r.file.c_str(), r.line) << "[unprivileged] " << r.message;
+        ADD_FAILURE_AT(r.file.c_str(), r.line) << "[in the child] " << r.message;
     }
 }
 
-}  // namespace
-
-bool runningAsRoot() noexcept { return ::geteuid() == 0; }
-
-UnprivilegedIds unprivilegedIds() {
-    UnprivilegedIds ids{kFallbackId, kFallbackId};
-    if (const passwd* pw = ::getpwnam("nobody"); pw != nullptr && pw->pw_uid != 0) ids.uid = pw->pw_uid;
-    if (const group* gr = ::getgrnam("nogroup"); gr != nullptr && gr->gr_gid != 0) ids.gid = gr->gr_gid;
-    return ids;
-}
-
-void runUnprivileged(const std::function<void()>& block) {
-    if (!runningAsRoot()) {
-        reportAll(runCollecting(block));
-        return;
-    }
+// Forks, runs `setUp` in the child (an error text, or "" when ready; with `refusable` a
+// failed set-up ends the child with kRefused), then the block; false when it was refused.
+bool runForked(const std::function<std::string()>& setUp, bool refusable,
+               const std::function<void()>& block) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         ADD_FAILURE() << "pipe2: " << std::strerror(errno);
-        return;
+        return true;
     }
     // Buffered output would otherwise be written twice, once by each process.
     std::cout.flush();
@@ -143,13 +128,16 @@ void runUnprivileged(const std::function<void()>& block) {
         ADD_FAILURE() << "fork: " << std::strerror(errno);
         ::close(fds[0]);
         ::close(fds[1]);
-        return;
+        return true;
     }
     if (pid == 0) {
         ::close(fds[0]);
         int status = 0;
         try {
-            writeAll(fds[1], encode(runInChild(block)));
+            const std::string error = setUp();
+            if (!error.empty() && refusable) ::_exit(kRefused);
+            writeAll(fds[1], encode(error.empty() ? runCollecting(block)
+                                                  : std::vector<Report>{{__FILE__, __LINE__, error}}));
         } catch (...) {
             status = 2;
         }
@@ -169,15 +157,58 @@ void runUnprivileged(const std::function<void()>& block) {
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kRefused) return false;
     std::vector<Report> reports;
     const bool complete = decode(data, reports);
     reportAll(reports);
-    if (!complete) ADD_FAILURE() << "the unprivileged child's report was cut short";
+    if (!complete) ADD_FAILURE() << "the child's report was cut short";
     if (WIFSIGNALED(status)) {
-        ADD_FAILURE() << "the unprivileged child was killed by signal " << WTERMSIG(status);
+        ADD_FAILURE() << "the child was killed by signal " << WTERMSIG(status);
     } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        ADD_FAILURE() << "the unprivileged child ended with status " << WEXITSTATUS(status);
+        ADD_FAILURE() << "the child ended with status " << WEXITSTATUS(status);
     }
+    return true;
+}
+
+}  // namespace
+
+bool runningAsRoot() noexcept { return ::geteuid() == 0; }
+
+UnprivilegedIds unprivilegedIds() {
+    UnprivilegedIds ids{kFallbackId, kFallbackId};
+    if (const passwd* pw = ::getpwnam("nobody"); pw != nullptr && pw->pw_uid != 0) ids.uid = pw->pw_uid;
+    if (const group* gr = ::getgrnam("nogroup"); gr != nullptr && gr->gr_gid != 0) ids.gid = gr->gr_gid;
+    return ids;
+}
+
+void runUnprivileged(const std::function<void()>& block) {
+    if (!runningAsRoot()) {
+        reportAll(runCollecting(block));
+        return;
+    }
+    runForked(
+        [] {
+            const std::string error = dropPrivileges(unprivilegedIds());
+            return error.empty() ? error : "could not drop root privileges: " + error;
+        },
+        false, block);
+}
+
+bool runWithTmpfs(const std::string& mountPoint, const std::string& options,
+                  const std::function<void()>& block, std::string& why) {
+    why = "the system does not let a child mount a private tmpfs";
+    if (!runningAsRoot()) return false;
+    return runForked(
+        [&]() -> std::string {
+            // Nothing mounted here may reach the parent's namespace.
+            if (::unshare(CLONE_NEWNS) != 0 ||
+                ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                ::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, options.c_str()) != 0) {
+                return std::strerror(errno);
+            }
+            return {};
+        },
+        true, block);
 }
 
 }  // namespace zkfs::test
