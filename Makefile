@@ -4,7 +4,7 @@ PRESET ?= ci
 BUILD  := build/$(PRESET)
 JOBS   ?= $(shell nproc)
 
-.PHONY: all deps configure build test demo bench memcheck fuzz format clean
+.PHONY: all deps configure build test format-check demo bench memcheck fuzz format clean
 
 all: build
 
@@ -17,10 +17,10 @@ configure: deps
 build: configure
 	@cmake --build --preset $(PRESET) -j $(JOBS)
 
-# The suite runs twice: the chosen preset, then an AddressSanitizer + UBSan build with
+# The suite runs twice, after the format gate: the chosen preset, then an AddressSanitizer + UBSan build with
 # leak checking (skip the second with SANITIZE=0).
 SANITIZE ?= 1
-test: build
+test: format-check build
 	@ctest --preset $(PRESET)
 ifeq ($(SANITIZE),1)
 ifneq ($(PRESET),dev)
@@ -53,6 +53,10 @@ fuzz: deps
 
 format:
 	@git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
+
+# The format gate of make test: every C++ file as clang-format (make format) writes it.
+format-check: deps
+	@git ls-files '*.cpp' '*.hpp' | xargs clang-format --dry-run -Werror
 
 clean:
 	@rm -rf build

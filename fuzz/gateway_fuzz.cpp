@@ -77,7 +77,8 @@ int runOne(const std::uint8_t* data, std::size_t size) {
             finding("a non-standard exception left the gateway");
         }
         // A gateway fills at most one output beyond what was asked (the host's ans).
-        for (std::size_t i = static_cast<std::size_t>(std::max(call.outCount, 1)); i < outputs.size(); ++i) {
+        for (std::size_t i = static_cast<std::size_t>(std::max(call.outCount, 1));
+             i < outputs.size(); ++i) {
             if (outputs[i]) finding("an output slot beyond the requested count was filled");
         }
     }

@@ -5,11 +5,11 @@
 //   - a parent is shorter than its child, so walking up ends;
 //   - a file IRI made from an absolute path gives that path back.
 #include "FuzzTarget.hpp"
+#include "quorin/io/filesystem/quorin/PathConstituents.hpp"
 
 #include "fl/i18n/unicode.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
-#include "quorin/io/filesystem/quorin/PathConstituents.hpp"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,11 +2,11 @@
 // of whatever it built: every line parses or raises QUORIN:qfs:ParseError (or the host's
 // own identified error for a value it refuses), and nothing it built is left behind.
 #include "FuzzTarget.hpp"
-
-#include "foundation/core/except/Exception.hpp"
 #include "qfs/Display.hpp"
 #include "qfs/Json.hpp"
 #include "qfs/Parser.hpp"
+
+#include "foundation/core/except/Exception.hpp"
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,7 +27,8 @@ std::size_t weight(const vqArray* a) {
         for (std::size_t i = 0; i < vqGetNumberOfElements(a); ++i) n += weight(vqGetCell(a, i));
     } else if (vqIsStruct(a)) {
         for (std::size_t i = 0; i < vqGetNumberOfElements(a); ++i) {
-            for (int f = 0; f < vqGetNumberOfFields(a); ++f) n += weight(vqGetFieldByNumber(a, i, f));
+            for (int f = 0; f < vqGetNumberOfFields(a); ++f)
+                n += weight(vqGetFieldByNumber(a, i, f));
         }
     }
     return n;

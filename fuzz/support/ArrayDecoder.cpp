@@ -14,17 +14,70 @@ namespace {
 
 // Words the built-ins react to: the sandbox tree's names (see Jail.hpp), IRI schemes and
 // shapes, option and field names. Index = unit byte - 0x80 (modulo the count).
-constexpr std::array<std::u16string_view, 64> kWords{
-    u"/mnt/", u"/mnt/d", u"/mnt/d/f", u"/mnt/d/l", u"/mnt/d/s/", u"/mnt/loop",
-    u"/mnt/noperm/h", u"/mnt/d/dangling", u"file://", u"file:///mnt/d/", u"mem://root/",
-    u"http://h:8080/a?q=1#f", u"https://", u"..", u"./", u"~", u"\\", u"C:\\", u"\\\\srv\\share\\",
-    u"Readable", u"Writable", u"UserExecute", u"GroupRead", u"GroupWrite", u"GroupExecute",
-    u"OtherRead", u"OtherWrite", u"OtherExecute", u"File", u"Folder", u"Other", u"all",
-    u"files", u"folders", u"symboliclinks", u"target", u"overwrite", u"preserve",
-    u"windows", u"unix", u"schema", u"Name", u"Cause", u"ResolveSymbolicLinks",
-    u"LocalPathFromFileScheme", u"CaseCorrectAndResolveOnWindows", u"SymbolicLink",
-    u"None", u".txt", u".html", u"%2F", u"%", u"?", u"#", u"//", u"d/f", u"dangling",
-    u"a.txt", u"/", u"localhost", u"%00", u"\u00e9", u"\U0001F600", u"new"};
+constexpr std::array<std::u16string_view, 64> kWords{u"/mnt/",
+                                                     u"/mnt/d",
+                                                     u"/mnt/d/f",
+                                                     u"/mnt/d/l",
+                                                     u"/mnt/d/s/",
+                                                     u"/mnt/loop",
+                                                     u"/mnt/noperm/h",
+                                                     u"/mnt/d/dangling",
+                                                     u"file://",
+                                                     u"file:///mnt/d/",
+                                                     u"mem://root/",
+                                                     u"http://h:8080/a?q=1#f",
+                                                     u"https://",
+                                                     u"..",
+                                                     u"./",
+                                                     u"~",
+                                                     u"\\",
+                                                     u"C:\\",
+                                                     u"\\\\srv\\share\\",
+                                                     u"Readable",
+                                                     u"Writable",
+                                                     u"UserExecute",
+                                                     u"GroupRead",
+                                                     u"GroupWrite",
+                                                     u"GroupExecute",
+                                                     u"OtherRead",
+                                                     u"OtherWrite",
+                                                     u"OtherExecute",
+                                                     u"File",
+                                                     u"Folder",
+                                                     u"Other",
+                                                     u"all",
+                                                     u"files",
+                                                     u"folders",
+                                                     u"symboliclinks",
+                                                     u"target",
+                                                     u"overwrite",
+                                                     u"preserve",
+                                                     u"windows",
+                                                     u"unix",
+                                                     u"schema",
+                                                     u"Name",
+                                                     u"Cause",
+                                                     u"ResolveSymbolicLinks",
+                                                     u"LocalPathFromFileScheme",
+                                                     u"CaseCorrectAndResolveOnWindows",
+                                                     u"SymbolicLink",
+                                                     u"None",
+                                                     u".txt",
+                                                     u".html",
+                                                     u"%2F",
+                                                     u"%",
+                                                     u"?",
+                                                     u"#",
+                                                     u"//",
+                                                     u"d/f",
+                                                     u"dangling",
+                                                     u"a.txt",
+                                                     u"/",
+                                                     u"localhost",
+                                                     u"%00",
+                                                     u"\u00e9",
+                                                     u"\U0001F600",
+                                                     u"new"};
 
 constexpr int kMaxDepth = 3;
 constexpr std::size_t kMaxElements = 12;
@@ -33,9 +86,12 @@ constexpr std::size_t kMaxTextUnits = 48;
 std::vector<vqSize> decodeDims(ByteReader& in, std::size_t limit) {
     const auto size = [&] { return static_cast<vqSize>(in.byte() % (limit + 1)); };
     switch (in.byte() % 6) {
-        case 0: return {1, 1};
-        case 1: return {1, size()};
-        case 2: return {size(), 1};
+        case 0:
+            return {1, 1};
+        case 1:
+            return {1, size()};
+        case 2:
+            return {size(), 1};
         case 3: {
             const vqSize m = size() % 4;
             return {m, size() % 4};
@@ -45,7 +101,8 @@ std::vector<vqSize> decodeDims(ByteReader& in, std::size_t limit) {
             const vqSize n = size() % 3;
             return {m, n, size() % 3};
         }
-        default: return {0, size() % 3};
+        default:
+            return {0, size() % 3};
     }
 }
 
@@ -73,13 +130,20 @@ fl::ustring decodeText(ByteReader& in) {
 
 double decodeNumber(ByteReader& in) {
     switch (in.byte() % 8) {
-        case 0: return 0.0;
-        case 1: return 1.0;
-        case 2: return -1.0;
-        case 3: return std::numeric_limits<double>::quiet_NaN();
-        case 4: return std::numeric_limits<double>::infinity();
-        case 5: return 0.5;
-        case 6: return 1e300;
+        case 0:
+            return 0.0;
+        case 1:
+            return 1.0;
+        case 2:
+            return -1.0;
+        case 3:
+            return std::numeric_limits<double>::quiet_NaN();
+        case 4:
+            return std::numeric_limits<double>::infinity();
+        case 5:
+            return 0.5;
+        case 6:
+            return 1e300;
         default: {
             std::uint64_t bits = 0;
             for (int i = 0; i < 8; ++i) bits = (bits << 8) | in.byte();
@@ -110,7 +174,8 @@ unique_vqarray_ptr decodeValue(ByteReader& in, int depth) {
             if (shape == 2 && text.size() % 2 == 0) dims = {2, text.size() / 2};
             if (text.empty() && shape != 3) dims = {0, 0};
             auto a = vqCreateCharArray(dims);
-            if (!text.empty()) std::memcpy(vqGetChars(a.get()), text.data(), text.size() * sizeof(char16_t));
+            if (!text.empty())
+                std::memcpy(vqGetChars(a.get()), text.data(), text.size() * sizeof(char16_t));
             return a;
         }
         case 1: {
@@ -129,7 +194,8 @@ unique_vqarray_ptr decodeValue(ByteReader& in, int depth) {
         case 2: {
             const auto dims = decodeDims(in, 4);
             auto a = vqCreateCellArray(dims);
-            for (std::size_t i = 0; i < numelOf(dims); ++i) vqSetCell(a.get(), i, decodeSlot(in, depth));
+            for (std::size_t i = 0; i < numelOf(dims); ++i)
+                vqSetCell(a.get(), i, decodeSlot(in, depth));
             return a;
         }
         case 3: {
@@ -181,13 +247,14 @@ unique_vqarray_ptr decodeValue(ByteReader& in, int depth) {
             return a;
         }
         case 6: {
-            constexpr std::array<vqClassID, 9> kNumeric{vqSINGLE_CLASS, vqINT8_CLASS, vqUINT8_CLASS,
-                                                        vqINT16_CLASS,  vqUINT16_CLASS, vqINT32_CLASS,
-                                                        vqUINT32_CLASS, vqINT64_CLASS, vqUINT64_CLASS};
+            constexpr std::array<vqClassID, 9> kNumeric{
+                vqSINGLE_CLASS, vqINT8_CLASS,   vqUINT8_CLASS, vqINT16_CLASS, vqUINT16_CLASS,
+                vqINT32_CLASS,  vqUINT32_CLASS, vqINT64_CLASS, vqUINT64_CLASS};
             const vqClassID cls = kNumeric[in.byte() % kNumeric.size()];
             return vqCreateNumericArray(decodeDims(in, kMaxElements), cls);
         }
-        default: return vqCreateCharArray({0, 0});
+        default:
+            return vqCreateCharArray({0, 0});
     }
 }
 

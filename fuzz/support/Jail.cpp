@@ -1,20 +1,20 @@
 #include "Jail.hpp"
 
-#include <fcntl.h>
-#include <ftw.h>
-#include <linux/mount.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <ftw.h>
+#include <linux/mount.h>
+#include <sched.h>
 #include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace zkfs::fuzz {
 namespace {

@@ -1,5 +1,6 @@
-#include "matrix/matrix.hpp"
 #include "quorin/gateway/Gateway.hpp"
+
+#include "matrix/matrix.hpp"
 
 namespace quorin::gateway {
 

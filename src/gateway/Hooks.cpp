@@ -1,12 +1,12 @@
 // The load and unload hooks. The library has no state of its own; what must exist before
 // the first call is the error facility's process-wide statics, which the includes below
 // set up when the library is loaded.
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
 #include <boost/exception_ptr.hpp>
 #include <boost/system/error_category.hpp>
 #include <boost/system/generic_category.hpp>
 #include <boost/system/system_category.hpp>
-
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include "quorin/gateway/Text.hpp"
 
-#include <stdexcept>
-#include <string>
-
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
+
+#include <stdexcept>
+#include <string>
 
 namespace quorin::gateway {
 

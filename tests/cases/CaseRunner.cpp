@@ -24,8 +24,8 @@
 #include "qfs/Gateways.hpp"
 #include "qfs/Json.hpp"
 #include "zkfs/test/Call.hpp"
-#include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Child.hpp"
+#include "zkfs/test/TempTree.hpp"
 
 #include <gtest/gtest.h>
 
@@ -51,8 +51,8 @@ using Json = qfs::Json;
 
 struct Row {
     int line = 0;
-    char kind = '='; // '=' statement, 'q' qfs process, '~' check
-    std::string text;     // statement, qfs arguments or check
+    char kind = '=';   // '=' statement, 'q' qfs process, '~' check
+    std::string text;  // statement, qfs arguments or check
     std::string expected;
 };
 
@@ -86,8 +86,10 @@ std::vector<std::string> splitTop(std::string_view s, std::string_view sep, bool
     for (std::size_t i = 0; i < s.size(); ++i) {
         const char c = s[i];
         if (quote != 0) {
-            if (c == '\\' && quote == '"' && i + 1 < s.size()) ++i;
-            else if (c == quote) quote = 0;
+            if (c == '\\' && quote == '"' && i + 1 < s.size())
+                ++i;
+            else if (c == quote)
+                quote = 0;
         } else if (c == '\'' || c == '"') {
             quote = c;
         } else if (c == '(' || c == '[' || c == '{') {
@@ -125,7 +127,9 @@ std::vector<Case> readTable(const fs::path& file) {
             // "STATEMENT =>" with nothing after it: no outputs.
             const bool bare = text.size() >= 3 && text.compare(text.size() - 3, 3, " =>") == 0;
             const auto parts = splitTop(bare ? text + " " : text, " => ", true);
-            if (parts.size() != 2) throw std::runtime_error(file.string() + ":" + std::to_string(line) + ": no ' => '");
+            if (parts.size() != 2)
+                throw std::runtime_error(file.string() + ":" + std::to_string(line) +
+                                         ": no ' => '");
             row.text = parts[0];
             row.expected = parts[1];
             if (row.text.rfind("qfs ", 0) == 0) {
@@ -168,7 +172,8 @@ Fixture build(TempTree& tree, const std::string& setup) {
         const auto w = words(item);
         if (w.empty()) continue;
         const auto optionalMode = [&](std::size_t at) {
-            if (w.size() > at && w[at] != "=") modes.emplace_back(w[1], std::stoul(w[at], nullptr, 8));
+            if (w.size() > at && w[at] != "=")
+                modes.emplace_back(w[1], std::stoul(w[at], nullptr, 8));
         };
         if (w[0] == "file" && w.size() >= 2) {
             const auto eq = std::find(w.begin(), w.end(), "=");
@@ -227,7 +232,8 @@ void runStatement(const std::string& statement, const std::string& expected) {
             rest >> args;
             if (rest >> std::ws && !rest.eof()) rest >> message;
         }
-        ASSERT_TRUE(actual.contains("error")) << "expected " << expected << "\n got " << actual.dump();
+        ASSERT_TRUE(actual.contains("error"))
+            << "expected " << expected << "\n got " << actual.dump();
         const Json& a = actual["error"];
         EXPECT_EQ(a["identifier"], e["identifier"]) << a.dump();
         EXPECT_EQ(a["arguments"], args) << a.dump();
@@ -238,8 +244,8 @@ void runStatement(const std::string& statement, const std::string& expected) {
     }
     ASSERT_TRUE(actual.contains("outputs")) << actual.dump();
     const Json want = expectedOutputs(expected);
-    EXPECT_EQ(actual["outputs"], want) << "\n  actual: " << actual["outputs"].dump()
-                                       << "\nexpected: " << want.dump();
+    EXPECT_EQ(actual["outputs"], want)
+        << "\n  actual: " << actual["outputs"].dump() << "\nexpected: " << want.dump();
 }
 
 void runProcess(const std::string& args, const std::string& expected) {
@@ -249,14 +255,16 @@ void runProcess(const std::string& args, const std::string& expected) {
     FILE* p = ::popen(command.c_str(), "r");
     ASSERT_NE(p, nullptr);
     char buffer[4096];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, p)) > 0;) output.append(buffer, n);
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, p)) > 0;)
+        output.append(buffer, n);
     const int status = ::pclose(p);
     std::istringstream want(expected);
     std::string word;
     int code = -1;
     want >> word >> code;
     ASSERT_EQ(word, "exit") << expected;
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code) << "status " << status << ":\n" << output;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code) << "status " << status << ":\n"
+                                                                  << output;
     if (want >> std::ws && !want.eof()) {
         Json text;
         want >> text;
@@ -275,7 +283,8 @@ void check(const TempTree& tree, const std::string& text) {
     }
     ASSERT_TRUE(exists) << w[1] << " is missing";
     if (w[0] == "mode" && w.size() == 3) {
-        EXPECT_EQ(st.st_mode & 07777, std::stoul(w[2], nullptr, 8)) << std::oct << (st.st_mode & 07777);
+        EXPECT_EQ(st.st_mode & 07777, std::stoul(w[2], nullptr, 8))
+            << std::oct << (st.st_mode & 07777);
     } else if (w[0] == "link" && w.size() == 4) {
         ASSERT_TRUE(S_ISLNK(st.st_mode));
         EXPECT_EQ(fs::read_symlink(tree.path(w[1])).native(), w[3]);
@@ -343,9 +352,11 @@ std::vector<Case> countCases() {
             return s + ")";
         };
         Case c{"counts", 0, g.name, "", {}};
-        c.rows.push_back({0, '=', call(g.maxOut + 1, g.maxIn < 0 ? 0 : g.maxIn + 1), "!QUORIN:TooManyOutputs"});
+        c.rows.push_back(
+            {0, '=', call(g.maxOut + 1, g.maxIn < 0 ? 0 : g.maxIn + 1), "!QUORIN:TooManyOutputs"});
         if (g.maxIn >= 0) c.rows.push_back({0, '=', call(0, g.maxIn + 1), "!QUORIN:TooManyInputs"});
-        if (g.minIn > 0) c.rows.push_back({0, '=', call(0, g.minIn - 1), "!QUORIN:NotEnoughInputs"});
+        if (g.minIn > 0)
+            c.rows.push_back({0, '=', call(0, g.minIn - 1), "!QUORIN:NotEnoughInputs"});
         cases.push_back(std::move(c));
     }
     return cases;
@@ -366,8 +377,8 @@ int main(int argc, char** argv) {
     }
     for (const Case& c : cases) {
         const std::string name = c.name.empty() ? "line" + std::to_string(c.line) : c.name;
-        ::testing::RegisterTest(testName(c.table).c_str(), name.c_str(), nullptr, nullptr,
-                                __FILE__, c.line, [c]() -> ::testing::Test* { return new CaseTest(c); });
+        ::testing::RegisterTest(testName(c.table).c_str(), name.c_str(), nullptr, nullptr, __FILE__,
+                                c.line, [c]() -> ::testing::Test* { return new CaseTest(c); });
     }
     return RUN_ALL_TESTS();
 }

@@ -65,9 +65,11 @@ TEST(MkFile, StorageFailuresAreThrownWithoutResultsAndReportedWithThem) {
         const auto text = [](const std::string& s) {
             return qfs::Json{{"class", "string"}, {"size", {1, 1}}, {"value", {s}}};
         };
-        EXPECT_EQ(reported, (qfs::Json{{"outputs",
-                                        {{{"class", "logical"}, {"size", {1, 1}}, {"value", {false}}},
-                                         text(message), text(id)}}}));
+        EXPECT_EQ(reported,
+                  (qfs::Json{{"outputs",
+                              {{{"class", "logical"}, {"size", {1, 1}}, {"value", {false}}},
+                               text(message),
+                               text(id)}}}));
     }
     EXPECT_EQ(tree.snapshot(), before);
 }

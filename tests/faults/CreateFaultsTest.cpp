@@ -70,17 +70,17 @@ TEST(FullFileSystem, NothingIsMadeWhereThereIsNoRoom) {
             EXPECT_EQ(failure("mkFileFcn('full/fill0', 'ReplacementRule', 'overwrite')"), "");
         },
         why);
-    ran = ran && runWithTmpfs(
-                     full, "size=64k,nr_inodes=64",
-                     [&] {
-                         fill(full, true);
-                         EXPECT_EQ(failure("mkFileFcn('full/empty.txt')"), "");
-                         const auto before = tree.snapshot();
-                         EXPECT_EQ(failure("mkSymlinkFcn('full/link', '" + longTarget + "')"),
-                                   kUnknown);
-                         EXPECT_EQ(tree.snapshot(), before);
-                     },
-                     why);
+    ran = ran &&
+          runWithTmpfs(
+              full, "size=64k,nr_inodes=64",
+              [&] {
+                  fill(full, true);
+                  EXPECT_EQ(failure("mkFileFcn('full/empty.txt')"), "");
+                  const auto before = tree.snapshot();
+                  EXPECT_EQ(failure("mkSymlinkFcn('full/link', '" + longTarget + "')"), kUnknown);
+                  EXPECT_EQ(tree.snapshot(), before);
+              },
+              why);
     if (!ran) GTEST_SKIP() << why;
 }
 

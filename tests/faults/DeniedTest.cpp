@@ -2,8 +2,8 @@
 // goes past, changing exactly what it changes in the same tree without them; and a
 // storage folder that refuses new entries, which the query reports as not writable.
 #include "zkfs/test/Call.hpp"
-#include "zkfs/test/TempTree.hpp"
 #include "zkfs/test/Child.hpp"
+#include "zkfs/test/TempTree.hpp"
 
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "foundation/storage/provider/MemProvider.hpp"
@@ -42,7 +42,8 @@ TEST(Denied, EveryWalkChangesEverythingOutsideAClosedSubfolderAndNamesOnlyIt) {
     for (const Walk& walk : walks) {
         for (const std::string scope : {"files", "folders", "all", "symboliclinks", "target"}) {
             for (const unsigned closed : {0000U, 0300U}) {
-                SCOPED_TRACE(walk.request + " " + scope + (closed == 0 ? ", sub1 000" : ", sub1 300"));
+                SCOPED_TRACE(walk.request + " " + scope +
+                             (closed == 0 ? ", sub1 000" : ", sub1 300"));
                 TempTree tree;
                 TempTree control;  // the same tree, nothing closed
                 for (TempTree* t : {&tree, &control}) {
@@ -57,8 +58,9 @@ TEST(Denied, EveryWalkChangesEverythingOutsideAClosedSubfolderAndNamesOnlyIt) {
                 const std::string controlRoot = control.root().native();
                 const std::string sub1 = tree.path("sub1").native();
                 const auto walkOver = [&](const std::string& top) {
-                    return failuresIn(call("r = modifyPerms_impl(" + charLiteral(top) + ", 'Folder', " +
-                                           walk.request + ", false, '" + scope + "')"));
+                    return failuresIn(call("r = modifyPerms_impl(" + charLiteral(top) +
+                                           ", 'Folder', " + walk.request + ", false, '" + scope +
+                                           "')"));
                 };
                 runUnprivileged([&] {
                     // Outside sub1 the report is the one of the open tree, row for row.

@@ -36,7 +36,8 @@ public:
         levels_.push_back(::open(base_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         while (levels_.back() >= 0 && path().size() < length) {
             if (::mkdirat(levels_.back(), kComponent.c_str(), 0755) != 0) fail("mkdirat");
-            levels_.push_back(::openat(levels_.back(), kComponent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            levels_.push_back(
+                ::openat(levels_.back(), kComponent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         }
         if (levels_.back() < 0) fail("open " + path());
     }
@@ -66,7 +67,8 @@ public:
     }
     // An empty file in the deepest folder; answers its full path.
     std::string makeFile(const std::string& name) {
-        const int fd = ::openat(levels_.back(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        const int fd =
+            ::openat(levels_.back(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
         if (fd < 0) fail("openat " + name);
         ::close(fd);
         return path() + "/" + name;
@@ -118,7 +120,8 @@ TEST(LongPaths, AnExistingFilePastTheLimitIsNamedWholeAndLeftAsItIs) {
               error("QUORIN:virtualfilesystem:unknownError", {file}));
     EXPECT_THROW((void)deep.mode(deep.depth(), "new"), std::system_error);
     std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(tree.root())) names.push_back(e.path().filename());
+    for (const auto& e : std::filesystem::directory_iterator(tree.root()))
+        names.push_back(e.path().filename());
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{kComponent, "t.txt"}));
 }
@@ -131,7 +134,8 @@ TEST(LongPaths, AWalkThroughAChainPastTheLimitReportsEachEntryItCannotName) {
     const std::string file = deep.makeFile("f.txt");
     std::vector<Failure> expected;
     for (std::size_t d = 1; d <= deep.depth(); ++d) {
-        if (deep.path(d).size() >= kKernelLimit) expected.push_back({deep.path(d), "File name too long"});
+        if (deep.path(d).size() >= kKernelLimit)
+            expected.push_back({deep.path(d), "File name too long"});
     }
     expected.push_back({file, "File name too long"});
     EXPECT_EQ(failuresIn(call("r = modifyPerms_impl(" + charLiteral(tree.root().native()) +

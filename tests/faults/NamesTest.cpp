@@ -20,7 +20,10 @@ namespace vfs = foundation::storage::vfs;
 
 // Bad bytes alone, in a valid sequence's place, an encoded surrogate (which strict UTF-8
 // refuses byte by byte) and a Latin-1 letter.
-const std::vector<std::string> kBadNames = {"\xff.txt", "a\xc3\x28" "b", "\xed\xb3\xbf", "caf\xe9"};
+const std::vector<std::string> kBadNames = {"\xff.txt",
+                                            "a\xc3\x28"
+                                            "b",
+                                            "\xed\xb3\xbf", "caf\xe9"};
 const std::string kLookAlike = "\xef\xbf\xbd.txt";  // U+FFFD ".txt"
 
 // The path a "file" URL names, as bytes.
@@ -35,7 +38,9 @@ protected:
         for (const auto& n : kBadNames) tree.makeFile(n, "content of " + n);
     }
     // The whole path of a name in the tree, as a qfs char literal.
-    [[nodiscard]] std::string q(const std::string& name) const { return charLiteral(tree.path(name).native()); }
+    [[nodiscard]] std::string q(const std::string& name) const {
+        return charLiteral(tree.path(name).native());
+    }
     // The first output of a statement.
     static qfs::Json first(const std::string& statement) { return call(statement)["outputs"][0]; }
 
@@ -48,8 +53,9 @@ TEST_F(Names, ResolveAttributesAndLinkTestRoundTripTheBytes) {
         SCOPED_TRACE(n);
         EXPECT_EQ(first("r = resolvePathFcn(" + q(n) + ")")["value"][0]["ResolvedPath"]["value"][0],
                   tree.path(n).native());
-        EXPECT_EQ(first("r = resolvePathFcnWithAttributes(" + q(n) + ")")["value"][0]["Size"]["value"][0],
-                  11 + n.size());
+        EXPECT_EQ(
+            first("r = resolvePathFcnWithAttributes(" + q(n) + ")")["value"][0]["Size"]["value"][0],
+            11 + n.size());
     }
     const qfs::Json link = call("[tf, t] = isSymlinkFcn(" + q("\xfe-link") + ")")["outputs"];
     EXPECT_EQ(link[0]["value"][0], true);
@@ -62,21 +68,26 @@ TEST_F(Names, PermissionsAreReadAndChangedOnExactlyThoseBytes) {
     for (const auto& n : kBadNames) {
         SCOPED_TRACE(n);
         tree.setMode(n, 0640);
-        EXPECT_EQ(first("p = getPerms_impl(" + q(n) + ", 'File', 'GroupRead')")["value"][0]["GroupRead"]["value"][0],
+        EXPECT_EQ(first("p = getPerms_impl(" + q(n) +
+                        ", 'File', 'GroupRead')")["value"][0]["GroupRead"]["value"][0],
                   true);
         EXPECT_TRUE(failuresIn(call("r = modifyPerms_impl(" + q(n) +
-                                    ", 'File', struct('OtherExecute', true), false, 'all')")).empty());
+                                    ", 'File', struct('OtherExecute', true), false, 'all')"))
+                        .empty());
         EXPECT_EQ(tree.mode(n), 0641U);
     }
     // A walk over a tree holding them reaches each by its own bytes.
     EXPECT_TRUE(failuresIn(call("r = modifyPerms_impl(" + q("") +
-                                ", 'Folder', struct('GroupRead', false), false, 'files')")).empty());
+                                ", 'Folder', struct('GroupRead', false), false, 'files')"))
+                    .empty());
     for (const auto& n : kBadNames) EXPECT_EQ(tree.mode(n), 0601U) << n;
     EXPECT_EQ(tree.mode(kLookAlike), 0U);
     // A failure names the path by its bytes.
     tree.makeLink("\xfb", "\xfc-dir/\xfa-link");
     EXPECT_EQ(failuresIn(call("r = modifyPerms_impl(" + q("\xfc-dir") +
-                              ", 'Folder', struct('Writable', false), false, 'symboliclinks')")).at(0).name,
+                              ", 'Folder', struct('Writable', false), false, 'symboliclinks')"))
+                  .at(0)
+                  .name,
               tree.path("\xfc-dir/\xfa-link").native());
 }
 
@@ -89,7 +100,8 @@ TEST_F(Names, MakersCreateTheNamesTheyAreGiven) {
     }
     // A link named in bytes to a target named in bytes, stored exactly as given.
     call("mkSymlinkFcn(" + q("link-\xff") + ", " + q("\xff.txt") + ")");
-    EXPECT_EQ(std::filesystem::read_symlink(tree.path("link-\xff")).native(), tree.path("\xff.txt").native());
+    EXPECT_EQ(std::filesystem::read_symlink(tree.path("link-\xff")).native(),
+              tree.path("\xff.txt").native());
     // A target missing under its bytes is not found, though its look-alike exists.
     tree.makeFile("\xef\xbf\xbd-t");
     const qfs::Json error = call("mkSymlinkFcn(" + q("x") + ", " + q("\xfd-t") + ")")["error"];

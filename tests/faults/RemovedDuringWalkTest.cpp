@@ -70,7 +70,8 @@ protected:
     static qfs::Json walk(const TempTree& t, const std::string& request, const std::string& scope,
                           bool report = true) {
         return call(std::string(report ? "r = " : "") + "modifyPerms_impl(" +
-                    charLiteral(t.root().native()) + ", 'Folder', " + request + ", false, '" + scope + "')");
+                    charLiteral(t.root().native()) + ", 'Folder', " + request + ", false, '" +
+                    scope + "')");
     }
 
     TempTree tree;
@@ -111,7 +112,8 @@ TEST_F(RemovedDuringWalk, WithoutAnOutputTheRemovedFolderIsTheErrorRaised) {
     arm();
     const qfs::Json error = walk(tree, "struct('Writable', false)", "all", false)["error"];
     EXPECT_EQ(error["identifier"], "QUORIN:io:filesystem:filePermissions:UnableToSetPermissions");
-    EXPECT_EQ(error["arguments"], qfs::Json::array({tree.path("sub1").native(), "No such file or directory"}));
+    EXPECT_EQ(error["arguments"],
+              qfs::Json::array({tree.path("sub1").native(), "No such file or directory"}));
     EXPECT_TRUE(gRemoved);
     // Entries listed before it were changed; the walk stopped there.
     EXPECT_EQ(tree.mode("a.txt"), 0444U);

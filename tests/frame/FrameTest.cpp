@@ -36,7 +36,8 @@ struct Defined {
 
 const Defined kDefined[] = {
 #define QUORIN_IDENTIFIER(NS, COMPONENT, MNEMONIC, COUNT) \
-    {COMPONENT ":" #MNEMONIC, COUNT, [] { raiseWith<NS::MNEMONIC>(std::make_index_sequence<COUNT>{}); }},
+    {COMPONENT ":" #MNEMONIC, COUNT,                      \
+     [] { raiseWith<NS::MNEMONIC>(std::make_index_sequence<COUNT>{}); }},
 #include "quorin/gateway/Identifiers.def"
 #undef QUORIN_IDENTIFIER
     {"QUORIN:TooManyOutputs", 0, [] { matrix::detail::error_maxlhs(); }},
@@ -50,7 +51,8 @@ TEST(IdentifierTable, RaisedWithArgumentsAndTexts) {
     for (const auto& d : kDefined) {
         SCOPED_TRACE(d.identifier);
         std::vector<MessageArg> expected;
-        for (std::size_t i = 0; i < d.count; ++i) expected.emplace_back(fl::ustring(u"arg") + char16_t(u'1' + i));
+        for (std::size_t i = 0; i < d.count; ++i)
+            expected.emplace_back(fl::ustring(u"arg") + char16_t(u'1' + i));
         try {
             d.raise();
             ADD_FAILURE() << "nothing thrown";
@@ -67,7 +69,8 @@ TEST(IdentifierTable, RaisedWithArgumentsAndTexts) {
             const auto en = MessageCatalog::find_text(id, "en");
             ASSERT_TRUE(en.has_value()) << lang << " translates " << id << ", English lacks it";
             EXPECT_EQ(MessageCatalog::hole_count(*MessageCatalog::find_text(id, lang)),
-                      MessageCatalog::hole_count(*en)) << lang << " " << id;
+                      MessageCatalog::hole_count(*en))
+                << lang << " " << id;
         }
     }
 }
@@ -80,9 +83,14 @@ TEST(Catalogs, LocaleAndFormat) {
     };
     ASSERT_NE(text("de"), text("en"));
     const auto saved = fl::i18n::ZkLocale::global();
-    for (const auto& [name, lang] : std::vector<std::pair<const char*, const char*>>{
-             {"de_DE.UTF-8", "de"}, {"de_AT.UTF-8@euro", "de"}, {"DE_ch", "de"}, {"C", "en"},
-             {"", "en"}, {"xx_YY.UTF-8", "en"}, {"en_GB.UTF-8", "en"}}) {
+    for (const auto& [name, lang] :
+         std::vector<std::pair<const char*, const char*>>{{"de_DE.UTF-8", "de"},
+                                                          {"de_AT.UTF-8@euro", "de"},
+                                                          {"DE_ch", "de"},
+                                                          {"C", "en"},
+                                                          {"", "en"},
+                                                          {"xx_YY.UTF-8", "en"},
+                                                          {"en_GB.UTF-8", "en"}}) {
         fl::i18n::ZkLocale::global(fl::i18n::ZkLocale(name));
         try {
             matrix::detail::error_maxlhs();
@@ -91,7 +99,8 @@ TEST(Catalogs, LocaleAndFormat) {
         }
     }
     fl::i18n::ZkLocale::global(saved);
-    const std::vector<MessageArg> args = {MessageArg(std::int64_t{-12}), MessageArg(std::string("\xc3\xa4")),
+    const std::vector<MessageArg> args = {MessageArg(std::int64_t{-12}),
+                                          MessageArg(std::string("\xc3\xa4")),
                                           MessageArg(fl::ustring(u"\u00f6"))};
     EXPECT_EQ(MessageCatalog::format("{3}|{1}|{2}|{1} {4} {0} {} {x} {1", args),
               u"\u00f6|-12|\u00e4|-12 {4} {0} {} {x} {1");
@@ -104,7 +113,8 @@ TEST(ThrownError, CopiesKeepClassAndArguments) {
     const std::vector<MessageArg> args = {fl::ustring(u"/t/\U0001F600"), std::string("Read-only")};
     std::unique_ptr<foundation::core::except::IException> copy;
     try {
-        quorin::gateway::throwError<UnableToSet>(fl::ustring(u"/t/\U0001F600"), std::string("Read-only"));
+        quorin::gateway::throwError<UnableToSet>(fl::ustring(u"/t/\U0001F600"),
+                                                 std::string("Read-only"));
     } catch (const Thrown& e) {
         copy.reset(e.clone());
         EXPECT_NE(std::string(e.what()).find("/t/\xf0\x9f\x98\x80"), std::string::npos);
@@ -137,8 +147,9 @@ TEST(ReferenceRule, HandOverReleasesOnlyAPlainPreviousValue) {
 
 // Names keep bytes that are not UTF-8 through the host's text and back.
 TEST(Unicode, RoundTripKeepsBytesThatAreNotUtf8) {
-    for (const std::string& s : {std::string("\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"), std::string("a\x80z\xff"),
-                                std::string("\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82"), std::string("n\0l", 3)}) {
+    for (const std::string& s :
+         {std::string("\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"), std::string("a\x80z\xff"),
+          std::string("\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82"), std::string("n\0l", 3)}) {
         EXPECT_EQ(fl::i18n::to_utf8(fl::i18n::to_ustring(s)), s);
     }
     EXPECT_EQ(fl::i18n::to_ustring("a\xff"), fl::ustring(u"a\xDCFF"));

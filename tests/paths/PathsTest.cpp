@@ -26,7 +26,8 @@ using quorin::io::filesystem::quorin::PathConstituents;
 
 class Attributed : public ::testing::Test {
 protected:
-    void touch(const char* name, std::time_t seconds, long nanoseconds, const std::string& content = "") {
+    void touch(const char* name, std::time_t seconds, long nanoseconds,
+               const std::string& content = "") {
         if (!std::filesystem::exists(tree.path(name))) tree.makeFile(name, content);
         const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
         ASSERT_EQ(::utimensat(AT_FDCWD, tree.path(name).c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
@@ -49,10 +50,13 @@ TEST_F(Attributed, OfAFileAFolderAndAFollowedLink) {
     const InFolder inside(tree.root());
     // Whole milliseconds, no time-zone shift (ctest runs the suite with TZ set).
     const std::string file = entry("b.bin", "File", "true", "1700000000123", "12345");
-    EXPECT_EQ(call("r = resolvePathFcnWithAttributes([\"b.bin\"; \"sub\"])")["outputs"][0],
-              valueOf("[" + file + "; " + entry("sub", "Folder", "true", "1600000000000", "0") + "]"));
-    EXPECT_EQ(call("r = resolvePathFcnWithAttributes('latest', 'ResolveSymbolicLinks', true)")["outputs"][0],
-              valueOf(file));
+    EXPECT_EQ(
+        call("r = resolvePathFcnWithAttributes([\"b.bin\"; \"sub\"])")["outputs"][0],
+        valueOf("[" + file + "; " + entry("sub", "Folder", "true", "1600000000000", "0") + "]"));
+    EXPECT_EQ(
+        call("r = resolvePathFcnWithAttributes('latest', 'ResolveSymbolicLinks', true)")["outputs"]
+                                                                                        [0],
+        valueOf(file));
 }
 
 TEST_F(Attributed, ModificationTimeTruncatesTowardZero) {
@@ -61,9 +65,11 @@ TEST_F(Attributed, ModificationTimeTruncatesTowardZero) {
     touch("earlier", -2, 0);
     touch("later", 1, 999999999);
     const InFolder inside(tree.root());
-    const qfs::Json r = call("r = resolvePathFcnWithAttributes({'after'; 'before'; 'earlier'; 'later'})");
+    const qfs::Json r =
+        call("r = resolvePathFcnWithAttributes({'after'; 'before'; 'earlier'; 'later'})");
     const double expected[] = {0.0, -1.0, -2000.0, 1999.0};
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(r["outputs"][0]["value"][i]["LastModified"]["value"][0], expected[i]);
+    for (std::size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(r["outputs"][0]["value"][i]["LastModified"]["value"][0], expected[i]);
 }
 
 TEST_F(Attributed, ReadabilityIsTheCallersOwn) {
@@ -72,7 +78,8 @@ TEST_F(Attributed, ReadabilityIsTheCallersOwn) {
     tree.handTo(unprivilegedIds().uid, unprivilegedIds().gid);
     const std::string expected = entry("writeonly", "File", "false", "1000", "1");
     runUnprivileged([&] {
-        EXPECT_EQ(call("r = resolvePathFcnWithAttributes(" + charLiteral(tree.path("writeonly").native()) + ")")["outputs"][0],
+        EXPECT_EQ(call("r = resolvePathFcnWithAttributes(" +
+                       charLiteral(tree.path("writeonly").native()) + ")")["outputs"][0],
                   valueOf(expected));
     });
 }
@@ -84,8 +91,9 @@ TEST(Options, FormsOnlyTheHostMakes) {
     const fl::ustring withNul(u"ResolveSymbolicLinks\0", 21);
     const auto refused = [](const ArgList& args, const char* id, auto... expected) {
         OutputSlots out(1);
-        EXPECT_IDENTIFIED_ERROR(resolvePathFcnWithAttributes(1, out.data(), args.count(), args.data()), id,
-                                expected...);
+        EXPECT_IDENTIFIED_ERROR(
+            resolvePathFcnWithAttributes(1, out.data(), args.count(), args.data()), id,
+            expected...);
         EXPECT_EQ(out[0], nullptr);
     };
     refused(ArgList(charRow(u"/"), charRow(withNul), logicalScalar(true)),

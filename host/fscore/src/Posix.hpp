@@ -17,8 +17,8 @@ int lstatPath(const std::string& path, struct stat& out) noexcept;
 int accessPath(const std::string& path, int mode) noexcept;
 // lstat(2) and, when asked and the name is no link, access(2) for reading and writing,
 // in one walk of the path: with access the name is opened (O_PATH | O_NOFOLLOW) and
-// asked through the descriptor. For a link readable and writable are left alone (access(2) follows the
-// link, so the caller asks about the target). Fault hooks see "lstat".
+// asked through the descriptor. For a link readable and writable are left alone (access(2) follows
+// the link, so the caller asks about the target). Fault hooks see "lstat".
 int probeName(const std::string& path, struct stat& self, bool wantAccess, bool& readable,
               bool& writable) noexcept;
 int realPath(const std::string& path, std::string& out);

@@ -1,14 +1,15 @@
 #include "fl/i18n/MessageCatalog.hpp"
 
+#include "embedded_catalogs.hpp"
+
+#include "fl/i18n/unicode.hpp"
+
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
-
-#include "fl/i18n/unicode.hpp"
-#include "embedded_catalogs.hpp"
 
 namespace fl::i18n {
 namespace {
@@ -75,9 +76,15 @@ const std::string* lookup(std::string_view identifier, std::string_view language
 
 void appendArg(ustring& out, const resource_core::MessageArg& arg) {
     switch (arg.index()) {
-        case 0: append_ustring(out, std::to_string(std::get<0>(arg))); break;
-        case 1: append_ustring(out, std::get<1>(arg)); break;
-        default: out += std::get<2>(arg); break;
+        case 0:
+            append_ustring(out, std::to_string(std::get<0>(arg)));
+            break;
+        case 1:
+            append_ustring(out, std::get<1>(arg));
+            break;
+        default:
+            out += std::get<2>(arg);
+            break;
     }
 }
 

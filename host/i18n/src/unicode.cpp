@@ -12,8 +12,12 @@ constexpr char16_t kEscapeBase = 0xDC00;
 std::size_t sequenceLength(std::string_view s, std::size_t i, char32_t& cp) {
     const auto b0 = static_cast<unsigned char>(s[i]);
     const std::size_t rest = s.size() - i;
-    auto cont = [&](std::size_t k) { return (static_cast<unsigned char>(s[i + k]) & 0xC0U) == 0x80U; };
-    auto byte = [&](std::size_t k) { return static_cast<char32_t>(static_cast<unsigned char>(s[i + k]) & 0x3FU); };
+    auto cont = [&](std::size_t k) {
+        return (static_cast<unsigned char>(s[i + k]) & 0xC0U) == 0x80U;
+    };
+    auto byte = [&](std::size_t k) {
+        return static_cast<char32_t>(static_cast<unsigned char>(s[i + k]) & 0x3FU);
+    };
     if (b0 >= 0xC2 && b0 <= 0xDF) {
         if (rest < 2 || !cont(1)) return 0;
         cp = (static_cast<char32_t>(b0 & 0x1FU) << 6) | byte(1);

@@ -149,8 +149,8 @@ private:
             if (n < 0) {
                 const int err = errno;
                 // The folder itself; only the root's prefix ("file://") lacks its "/".
-                fail(err, AbsoluteIRI::fromTrustedText(prefix.ends_with("//") ? prefix + "/"
-                                                                               : prefix));
+                fail(err,
+                     AbsoluteIRI::fromTrustedText(prefix.ends_with("//") ? prefix + "/" : prefix));
             }
             if (n == 0) break;
             std::size_t pos = 0;

@@ -46,7 +46,10 @@ void String::reshapePayload(const std::vector<vqSize>& dims) { dims_ = arrayShap
 boost::intrusive_ptr<vqPayload> String::clonePayload() const {
     StringPtr copy(new String(dims_));
     for (std::size_t i = 0; i < elems_.size(); ++i) {
-        if (elems_[i]) copy->set(i, *elems_[i]); else copy->setMissing(i);
+        if (elems_[i])
+            copy->set(i, *elems_[i]);
+        else
+            copy->setMissing(i);
     }
     return copy;
 }
@@ -55,7 +58,9 @@ StringPtr make_String(std::size_t ndims, const vqSize* dims) {
     return StringPtr(new String(std::vector<vqSize>(dims, dims + ndims)));
 }
 
-bool isString(const vqArray* a) noexcept { return a != nullptr && vqGetClassID(a) == vqSTRING_CLASS; }
+bool isString(const vqArray* a) noexcept {
+    return a != nullptr && vqGetClassID(a) == vqSTRING_CLASS;
+}
 
 String& getMutableString(vqArray* a) {
     if (!isString(a)) throw std::invalid_argument("not a string array");

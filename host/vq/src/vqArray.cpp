@@ -1,5 +1,8 @@
 #include "vq/vqArray.hpp"
 
+#include "foundation/core/except/Exception.hpp"
+#include "matrix/matrix.hpp"
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -8,9 +11,6 @@
 #include <new>
 #include <numeric>
 #include <stdexcept>
-
-#include "foundation/core/except/Exception.hpp"
-#include "matrix/matrix.hpp"
 
 namespace QUORIN {
 
@@ -41,17 +41,22 @@ std::size_t elementSize(vqClassID cls) {
     switch (cls) {
         case vqLOGICAL_CLASS:
         case vqINT8_CLASS:
-        case vqUINT8_CLASS: return 1;
+        case vqUINT8_CLASS:
+            return 1;
         case vqCHAR_CLASS:
         case vqINT16_CLASS:
-        case vqUINT16_CLASS: return 2;
+        case vqUINT16_CLASS:
+            return 2;
         case vqSINGLE_CLASS:
         case vqINT32_CLASS:
-        case vqUINT32_CLASS: return 4;
+        case vqUINT32_CLASS:
+            return 4;
         case vqDOUBLE_CLASS:
         case vqINT64_CLASS:
-        case vqUINT64_CLASS: return 8;
-        default: return 0;
+        case vqUINT64_CLASS:
+            return 8;
+        default:
+            return 0;
     }
 }
 
@@ -145,8 +150,8 @@ void matrix::detail::error_minrhs() {
     foundation::core::except::throwMsgID(QUORIN::NotEnoughInputs());
 }
 
-unique_vqarray_ptr matrix::detail::do_create_numeric(const std::vector<vqSize>& dims,
-                                                     vqClassID cls, vqComplexity complexity) {
+unique_vqarray_ptr matrix::detail::do_create_numeric(const std::vector<vqSize>& dims, vqClassID cls,
+                                                     vqComplexity complexity) {
     if (!hasData(cls) || cls == vqCHAR_CLASS || complexity != vqREAL) {
         throw std::invalid_argument("do_create_numeric: not a real numeric or logical class");
     }
@@ -154,8 +159,7 @@ unique_vqarray_ptr matrix::detail::do_create_numeric(const std::vector<vqSize>& 
 }
 
 unique_vqarray_ptr matrix::detail::do_create_uninitnumeric(const std::vector<vqSize>& dims,
-                                                           vqClassID cls,
-                                                           vqComplexity complexity) {
+                                                           vqClassID cls, vqComplexity complexity) {
     return do_create_numeric(dims, cls, complexity);
 }
 
@@ -170,22 +174,38 @@ vqClassID vqGetClassID(const vqArray* a) noexcept { return a->classID(); }
 
 const char* vqGetClassName(const vqArray* a) noexcept {
     switch (a->classID()) {
-        case vqCELL_CLASS: return "cell";
-        case vqSTRUCT_CLASS: return "struct";
-        case vqLOGICAL_CLASS: return "logical";
-        case vqCHAR_CLASS: return "char";
-        case vqDOUBLE_CLASS: return "double";
-        case vqSINGLE_CLASS: return "single";
-        case vqINT8_CLASS: return "int8";
-        case vqUINT8_CLASS: return "uint8";
-        case vqINT16_CLASS: return "int16";
-        case vqUINT16_CLASS: return "uint16";
-        case vqINT32_CLASS: return "int32";
-        case vqUINT32_CLASS: return "uint32";
-        case vqINT64_CLASS: return "int64";
-        case vqUINT64_CLASS: return "uint64";
-        case vqSTRING_CLASS: return "string";
-        default: return "unknown";
+        case vqCELL_CLASS:
+            return "cell";
+        case vqSTRUCT_CLASS:
+            return "struct";
+        case vqLOGICAL_CLASS:
+            return "logical";
+        case vqCHAR_CLASS:
+            return "char";
+        case vqDOUBLE_CLASS:
+            return "double";
+        case vqSINGLE_CLASS:
+            return "single";
+        case vqINT8_CLASS:
+            return "int8";
+        case vqUINT8_CLASS:
+            return "uint8";
+        case vqINT16_CLASS:
+            return "int16";
+        case vqUINT16_CLASS:
+            return "uint16";
+        case vqINT32_CLASS:
+            return "int32";
+        case vqUINT32_CLASS:
+            return "uint32";
+        case vqINT64_CLASS:
+            return "int64";
+        case vqUINT64_CLASS:
+            return "uint64";
+        case vqSTRING_CLASS:
+            return "string";
+        default:
+            return "unknown";
     }
 }
 
@@ -299,7 +319,8 @@ void vqSetField(vqArray* s, vqIndex i, const char* name, vqArray* value) {
 
 int vqAddField(vqArray* s, const char* name) {
     if (!vqIsStruct(s)) throw std::invalid_argument("vqAddField: not a struct array");
-    if (name == nullptr || *name == '\0') foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(""));
+    if (name == nullptr || *name == '\0')
+        foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(""));
     const int existing = vqGetFieldNumber(s, name);
     if (existing >= 0) return existing;
     auto& fields = vqArrayAccess::fields(s);
@@ -343,7 +364,8 @@ unique_vqarray_ptr vqCreateCharArray(const std::vector<vqSize>& dims) {
 }
 unique_vqarray_ptr vqCreateString(std::u16string_view text) {
     auto a = vqCreateCharArray({text.empty() ? 0U : 1U, text.size()});
-    if (!text.empty()) std::memcpy(vqGetChars(a.get()), text.data(), text.size() * sizeof(char16_t));
+    if (!text.empty())
+        std::memcpy(vqGetChars(a.get()), text.data(), text.size() * sizeof(char16_t));
     return a;
 }
 unique_vqarray_ptr vqCreateCellArray(const std::vector<vqSize>& dims) {
@@ -352,8 +374,9 @@ unique_vqarray_ptr vqCreateCellArray(const std::vector<vqSize>& dims) {
 unique_vqarray_ptr vqCreateStructArray(const std::vector<vqSize>& dims,
                                        const std::vector<std::string>& fields) {
     for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (fields[i].empty() || std::find(fields.begin(), fields.begin() + static_cast<std::ptrdiff_t>(i),
-                                           fields[i]) != fields.begin() + static_cast<std::ptrdiff_t>(i)) {
+        if (fields[i].empty() ||
+            std::find(fields.begin(), fields.begin() + static_cast<std::ptrdiff_t>(i), fields[i]) !=
+                fields.begin() + static_cast<std::ptrdiff_t>(i)) {
             foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(fields[i]));
         }
     }
@@ -382,7 +405,8 @@ unique_vqarray_ptr vqDuplicateArray(const vqArray* a) {
     for (std::size_t i = 0; i < from.size(); ++i) {
         if (from[i] != nullptr) to[i] = vqDuplicateArray(from[i]).release();
     }
-    if (const auto& p = vqArrayAccess::payload(a)) vqArrayAccess::payload(copy.get()) = p->clonePayload();
+    if (const auto& p = vqArrayAccess::payload(a))
+        vqArrayAccess::payload(copy.get()) = p->clonePayload();
     return copy;
 }
 

@@ -3,10 +3,11 @@
 //
 // throwError<ID>(args...) builds the identifier object, wraps it in the host's
 // Exception<ID> (which computes the identifier text once) and throws it by value.
-#include <exception>
+#include "quorin/gateway/Identifiers.hpp"
 
 #include "foundation/core/except/Exception.hpp"
-#include "quorin/gateway/Identifiers.hpp"
+
+#include <exception>
 
 namespace quorin::gateway {
 

@@ -1,9 +1,9 @@
 #pragma once
 // An execution frame of a built-in call, visitable by the host's frame visitors. The
 // built-ins create none; the type exists so that such frames can be visited.
-#include <memory>
-
 #include "Hexfarrow/lxe/IExecutionFrame.hpp"
+
+#include <memory>
 
 namespace quorin::io::filesystem::quorin {
 

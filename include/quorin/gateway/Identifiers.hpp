@@ -5,20 +5,20 @@
 // Each class stores component and mnemonic apart; its constructor takes the arguments in
 // message order (UTF-16 or 8-bit text, or integers), presizes the argument list and
 // assigns each argument into its slot by type. Classes without arguments take nothing.
-#include <cstddef>
-
 #include "resource_core/BaseMsgID.hpp"
 
-#define QUORIN_IDENTIFIER(NS, COMPONENT, MNEMONIC, COUNT)                          \
-    namespace NS {                                                                 \
-    class MNEMONIC : public resource_core::FixedMsgID<COUNT> {                     \
-    public:                                                                        \
-        static constexpr const char* component = COMPONENT;                        \
-        static constexpr const char* mnemonic = #MNEMONIC;                         \
-        template <class... A>                                                      \
-            requires(sizeof...(A) == (COUNT))                                      \
-        explicit MNEMONIC(const A&... args) : FixedMsgID(COMPONENT, #MNEMONIC, args...) {} \
-    };                                                                             \
+#include <cstddef>
+
+#define QUORIN_IDENTIFIER(NS, COMPONENT, MNEMONIC, COUNT)                     \
+    namespace NS {                                                            \
+    class MNEMONIC : public resource_core::FixedMsgID<COUNT> {                \
+    public:                                                                   \
+        static constexpr const char* component = COMPONENT;                   \
+        static constexpr const char* mnemonic = #MNEMONIC;                    \
+        template <class... A>                                                 \
+        requires(sizeof...(A) == (COUNT)) explicit MNEMONIC(const A&... args) \
+            : FixedMsgID(COMPONENT, #MNEMONIC, args...) {}                    \
+    };                                                                        \
     }
 #include "quorin/gateway/Identifiers.def"
 #undef QUORIN_IDENTIFIER
@@ -26,7 +26,7 @@
 namespace quorin::gateway {
 
 struct IdentifierInfo {
-    const char* identifier;     // component:mnemonic
+    const char* identifier;  // component:mnemonic
     const char* component;
     const char* qualifiedClass;  // the identifier class, for diagnostics
     std::size_t argumentCount;

@@ -12,15 +12,16 @@
 // vector or 0x0 char. A bad cell element stops the walk with
 // "QUORIN:string:MustBeCellArrayOfStrings"; any other value raises
 // "QUORIN:string:MustBeCharCellArrayOrString". Elements are visited in linear order.
+#include "quorin/gateway/Errors.hpp"
+
+#include "Hexfarrow/String/String.hpp"
+#include "fl/ustring.hpp"
+#include "vq/vqArray.hpp"
+
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Hexfarrow/String/String.hpp"
-#include "fl/ustring.hpp"
-#include "quorin/gateway/Errors.hpp"
-#include "vq/vqArray.hpp"
 
 namespace quorin::gateway {
 

@@ -1,12 +1,13 @@
 // Uses the installed library and host the way a program embedding them would: loads the
 // library, builds host arrays, calls a gateway, reads an identified error and its text.
-#include <cstdio>
-#include <string>
+#include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 #include "Hexfarrow/String/String.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "matrix/matrix.hpp"
-#include "quorin/io/filesystem/quorin/Builtins.hpp"
+
+#include <cstdio>
+#include <string>
 
 // Weak: the test judges the package, not whether this one gateway is finished.
 __attribute__((weak)) void mkSymlinkFcn(int, unique_vqarray_ptr*, int, const vqArray* const*);
@@ -25,7 +26,8 @@ int main() {
     const long before = vqLiveArrayCount();
     {
         auto text = Hexfarrow::String::createStringArray(u"/tmp");
-        if (!Hexfarrow::String::isScalarText(text.get(), false, false)) return fail("string scalar");
+        if (!Hexfarrow::String::isScalarText(text.get(), false, false))
+            return fail("string scalar");
         if (vqLiveArrayCount() != before + 1) return fail("live-array counter");
     }
     try {

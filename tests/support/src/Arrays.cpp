@@ -1,15 +1,16 @@
 #include "zkfs/test/Arrays.hpp"
 
+#include "Hexfarrow/String/String.hpp"
+
 #include <cstring>
 #include <stdexcept>
-
-#include "Hexfarrow/String/String.hpp"
 
 namespace zkfs::test {
 
 unique_vqarray_ptr charRow(fl::ustring_view text) {
     auto a = vqCreateCharArray({1, text.size()});
-    if (!text.empty()) std::memcpy(vqGetChars(a.get()), text.data(), text.size() * sizeof(char16_t));
+    if (!text.empty())
+        std::memcpy(vqGetChars(a.get()), text.data(), text.size() * sizeof(char16_t));
     return a;
 }
 

@@ -1,10 +1,9 @@
 #include "zkfs/test/Call.hpp"
 
-#include "zkfs/test/LiveArrays.hpp"
-
 #include "qfs/Library.hpp"
 #include "qfs/Parser.hpp"
 #include "qfs/Session.hpp"
+#include "zkfs/test/LiveArrays.hpp"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +17,9 @@ qfs::Json call(std::string_view statement) {
     qfs::Json answer;
     {
         const LiveArrayGuard guard;
-        qfs::Session(library, err, [&](qfs::Json object) { answer = std::move(object); }).run(statement);
+        qfs::Session(library, err, [&](qfs::Json object) {
+            answer = std::move(object);
+        }).run(statement);
     }
     if (answer.is_null()) ADD_FAILURE() << statement << ": qfs answered nothing. " << err.str();
     return answer;
@@ -26,10 +27,11 @@ qfs::Json call(std::string_view statement) {
 
 std::vector<Failure> failuresIn(const qfs::Json& answer) {
     std::vector<Failure> rows;
-    const qfs::Json* report = answer.contains("outputs") && !answer["outputs"].empty()
-                                  ? &answer["outputs"][0] : nullptr;
+    const qfs::Json* report =
+        answer.contains("outputs") && !answer["outputs"].empty() ? &answer["outputs"][0] : nullptr;
     if (report == nullptr || !report->is_object() || (*report)["class"] != "struct") {
-        ADD_FAILURE() << "no failure report: " << answer.dump(-1, ' ', false, qfs::Json::error_handler_t::replace);
+        ADD_FAILURE() << "no failure report: "
+                      << answer.dump(-1, ' ', false, qfs::Json::error_handler_t::replace);
         return rows;
     }
     for (const qfs::Json& row : (*report)["value"]) {

@@ -1,21 +1,21 @@
 #include "zkfs/test/Child.hpp"
 
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <sched.h>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -86,10 +86,12 @@ std::vector<Report> runCollecting(const std::function<void()>& block) {
         try {
             block();
         } catch (const std::exception& e) {
-            reports.push_back({__FILE__, __LINE__,
-                               std::string("exception escaped the unprivileged block: ") + e.what()});
+            reports.push_back(
+                {__FILE__, __LINE__,
+                 std::string("exception escaped the unprivileged block: ") + e.what()});
         } catch (...) {
-            reports.push_back({__FILE__, __LINE__, "unknown exception escaped the unprivileged block"});
+            reports.push_back(
+                {__FILE__, __LINE__, "unknown exception escaped the unprivileged block"});
         }
     }
     for (int i = 0; i < results.size(); ++i) {
@@ -136,8 +138,9 @@ bool runForked(const std::function<std::string()>& setUp, bool refusable,
         try {
             const std::string error = setUp();
             if (!error.empty() && refusable) ::_exit(kRefused);
-            writeAll(fds[1], encode(error.empty() ? runCollecting(block)
-                                                  : std::vector<Report>{{__FILE__, __LINE__, error}}));
+            writeAll(fds[1],
+                     encode(error.empty() ? runCollecting(block)
+                                          : std::vector<Report>{{__FILE__, __LINE__, error}}));
         } catch (...) {
             status = 2;
         }
@@ -176,8 +179,10 @@ bool runningAsRoot() noexcept { return ::geteuid() == 0; }
 
 UnprivilegedIds unprivilegedIds() {
     UnprivilegedIds ids{kFallbackId, kFallbackId};
-    if (const passwd* pw = ::getpwnam("nobody"); pw != nullptr && pw->pw_uid != 0) ids.uid = pw->pw_uid;
-    if (const group* gr = ::getgrnam("nogroup"); gr != nullptr && gr->gr_gid != 0) ids.gid = gr->gr_gid;
+    if (const passwd* pw = ::getpwnam("nobody"); pw != nullptr && pw->pw_uid != 0)
+        ids.uid = pw->pw_uid;
+    if (const group* gr = ::getgrnam("nogroup"); gr != nullptr && gr->gr_gid != 0)
+        ids.gid = gr->gr_gid;
     return ids;
 }
 

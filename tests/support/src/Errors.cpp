@@ -1,19 +1,22 @@
 #include "zkfs/test/Errors.hpp"
 
-#include <sstream>
-#include <typeinfo>
-
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
+
+#include <sstream>
+#include <typeinfo>
 
 namespace zkfs::test {
 
 std::string describe(const resource_core::MessageArg& arg) {
     switch (arg.index()) {
-        case 0: return std::to_string(std::get<0>(arg));
-        case 1: return "\"" + std::get<1>(arg) + "\"";
-        default: return "u\"" + fl::i18n::to_utf8(std::get<2>(arg)) + "\"";
+        case 0:
+            return std::to_string(std::get<0>(arg));
+        case 1:
+            return "\"" + std::get<1>(arg) + "\"";
+        default:
+            return "u\"" + fl::i18n::to_utf8(std::get<2>(arg)) + "\"";
     }
 }
 
@@ -57,8 +60,8 @@ std::string describe(const std::vector<resource_core::MessageArg>& args) {
     } catch (...) {
         what << "an exception of unknown type";
     }
-    return ::testing::AssertionFailure() << "expected " << identifier
-                                         << ", but it threw " << what.str();
+    return ::testing::AssertionFailure()
+           << "expected " << identifier << ", but it threw " << what.str();
 }
 
 }  // namespace zkfs::test

@@ -1,5 +1,9 @@
 #include "zkfs/test/TempTree.hpp"
 
+#include "fl/i18n/unicode.hpp"
+
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -7,10 +11,6 @@
 #include <memory>
 #include <sstream>
 #include <system_error>
-
-#include <gtest/gtest.h>
-
-#include "fl/i18n/unicode.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -119,7 +119,8 @@ std::filesystem::path TempTree::makeFolder(std::string_view relative) {
 std::filesystem::path TempTree::makeLink(std::string_view target, std::string_view relative) {
     const auto p = path(relative);
     std::filesystem::create_directories(p.parent_path());
-    if (::symlink(std::string(target).c_str(), p.c_str()) != 0) fail(errno, "symlink " + p.native());
+    if (::symlink(std::string(target).c_str(), p.c_str()) != 0)
+        fail(errno, "symlink " + p.native());
     return p;
 }
 
@@ -151,7 +152,8 @@ std::vector<std::string> TempTree::snapshot() const {
         line << typeLetter(st.st_mode) << ' ' << std::oct << (st.st_mode & 07777) << std::dec
              << ' ';
         if (S_ISREG(st.st_mode)) line << st.st_size << ' ';
-        if (S_ISLNK(st.st_mode)) line << "-> " << std::filesystem::read_symlink(e.path()).native() << ' ';
+        if (S_ISLNK(st.st_mode))
+            line << "-> " << std::filesystem::read_symlink(e.path()).native() << ' ';
         // Lexical: following links here would throw on a loop the test built on purpose.
         line << e.path().lexically_relative(root_).native();
         lines.push_back(line.str());
@@ -162,7 +164,8 @@ std::vector<std::string> TempTree::snapshot() const {
 
 bool TempTree::remove() {
     std::string error;
-    if (::chmod(root_.c_str(), S_IRWXU) != 0) error = "chmod " + root_.native() + ": " + std::strerror(errno);
+    if (::chmod(root_.c_str(), S_IRWXU) != 0)
+        error = "chmod " + root_.native() + ": " + std::strerror(errno);
     restoreAccess(root_.native(), error);
     std::error_code ec;
     std::filesystem::remove_all(root_, ec);

@@ -3,13 +3,13 @@
 //
 // Identifier classes derive from BaseMsgID and only fix component, mnemonic and the
 // argument count; they add no state, so copying through the base loses nothing.
+#include "resource_core/MessageArg.hpp"
+
 #include <concepts>
 #include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "resource_core/MessageArg.hpp"
 
 namespace resource_core {
 
@@ -52,8 +52,8 @@ public:
     static constexpr std::size_t argumentCount = N;
 
     template <class... A>
-        requires(sizeof...(A) == N)
-    FixedMsgID(std::string component, std::string mnemonic, const A&... args)
+    requires(sizeof...(A) == N)
+        FixedMsgID(std::string component, std::string mnemonic, const A&... args)
         : BaseMsgID(N, std::move(component), std::move(mnemonic)) {
         std::size_t i = 0;
         (setArg(i++, args), ...);

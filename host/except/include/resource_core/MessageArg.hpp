@@ -1,11 +1,11 @@
 #pragma once
 // One message argument: a signed integer, 8-bit text or UTF-16 text, in that order
 // (the alternative index is part of the catalog contract).
+#include "fl/ustring.hpp"
+
 #include <cstdint>
 #include <string>
 #include <variant>
-
-#include "fl/ustring.hpp"
 
 namespace resource_core {
 

@@ -1,10 +1,10 @@
 #pragma once
 // The host's array helpers in the form the built-ins call them.
+#include "vq/vqArray.hpp"
+
 #include <initializer_list>
 #include <string>
 #include <vector>
-
-#include "vq/vqArray.hpp"
 
 namespace matrix {
 

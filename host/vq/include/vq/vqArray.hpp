@@ -6,14 +6,14 @@
 // (freeing the array when it was the last holder). Cells and struct fields own what is
 // stored into them. vqLiveArrayCount() counts arrays created minus arrays freed, so tests
 // can prove that every call released all it built.
+#include <boost/intrusive_ptr.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <boost/intrusive_ptr.hpp>
 
 #define VQ_API __attribute__((visibility("default")))
 
@@ -75,14 +75,18 @@ public:
     [[nodiscard]] vqSize numel() const noexcept { return numel_; }
 
     [[nodiscard]] std::vector<std::string> get_struct_field_names() const;
-    [[nodiscard]] std::size_t get_number_of_struct_fields() const noexcept { return fields_.size(); }
+    [[nodiscard]] std::size_t get_number_of_struct_fields() const noexcept {
+        return fields_.size();
+    }
 
     // The out-of-line halves of the inline queries (class id, dimensions, sharing).
     [[nodiscard]] vqClassID _get_class_id_non_trivial() const noexcept { return class_; }
     [[nodiscard]] const std::vector<vqSize>& _complete_opaque_dimensions() const noexcept {
         return dims_;
     }
-    [[nodiscard]] bool is_data_shared_impl() const noexcept { return refCount_ > 1 || marker_ != 0; }
+    [[nodiscard]] bool is_data_shared_impl() const noexcept {
+        return refCount_ > 1 || marker_ != 0;
+    }
 
     // Reference rule state: a count and a marker word that is non-zero while the array
     // is held elsewhere (by a variable of the host, say).
@@ -98,10 +102,10 @@ private:
     bool sparse_ = false;
     std::vector<vqSize> dims_;
     vqSize numel_ = 0;
-    void* data_ = nullptr;                      // numeric, logical and char elements
-    std::vector<vqArray*> slots_;               // cell elements, or struct fields
-    std::vector<std::string> fields_;           // struct field names, in order
-    boost::intrusive_ptr<vqPayload> payload_;   // string arrays
+    void* data_ = nullptr;                     // numeric, logical and char elements
+    std::vector<vqArray*> slots_;              // cell elements, or struct fields
+    std::vector<std::string> fields_;          // struct field names, in order
+    boost::intrusive_ptr<vqPayload> payload_;  // string arrays
 };
 
 // Releases one ownership of an array by the reference rule: the array is freed when its
@@ -148,7 +152,8 @@ VQ_API int vqGetFieldNumber(const vqArray* s, const char* name) noexcept;
 VQ_API const char* vqGetFieldNameByNumber(const vqArray* s, int field) noexcept;
 VQ_API vqArray* vqGetFieldByNumber(const vqArray* s, vqIndex i, int field) noexcept;
 VQ_API vqArray* vqGetField(const vqArray* s, vqIndex i, const char* name) noexcept;
-VQ_API void vqSetFieldByNumber(vqArray* s, vqIndex i, int field, vqArray* value);  // takes ownership
+VQ_API void vqSetFieldByNumber(vqArray* s, vqIndex i, int field,
+                               vqArray* value);  // takes ownership
 VQ_API void vqSetField(vqArray* s, vqIndex i, const char* name, vqArray* value);
 VQ_API int vqAddField(vqArray* s, const char* name);
 

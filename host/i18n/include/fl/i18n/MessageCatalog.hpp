@@ -5,14 +5,14 @@
 //
 // get_message never throws for a missing text: it falls back to English, then to the
 // identifier followed by its arguments, so an error can always be shown.
+#include "fl/i18n/ZkLocale.hpp"
+#include "fl/ustring.hpp"
+#include "resource_core/BaseMsgID.hpp"
+
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "fl/i18n/ZkLocale.hpp"
-#include "fl/ustring.hpp"
-#include "resource_core/BaseMsgID.hpp"
 
 namespace fl::i18n {
 
@@ -30,7 +30,8 @@ public:
     // The highest hole number in a text ({3} -> 3); 0 when it has none.
     static std::size_t hole_count(std::string_view text);
     // Fills the holes of a text with arguments; a hole without an argument stays as is.
-    static ustring format(std::string_view text, const std::vector<resource_core::MessageArg>& args);
+    static ustring format(std::string_view text,
+                          const std::vector<resource_core::MessageArg>& args);
 };
 
 }  // namespace fl::i18n

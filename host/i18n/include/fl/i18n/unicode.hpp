@@ -6,10 +6,10 @@
 // those surrogates back into the same byte. A file name that is not valid UTF-8 therefore
 // survives the round trip unchanged. Any other unpaired surrogate encodes as U+FFFD.
 // Neither function throws anything but std::bad_alloc.
+#include "fl/ustring.hpp"
+
 #include <string>
 #include <string_view>
-
-#include "fl/ustring.hpp"
 
 namespace fl::i18n {
 

@@ -3,16 +3,16 @@
 //
 // A String object holds the elements of one string array in column-major order; arrays
 // of the host's string class carry one as their payload.
+#include "fl/ustring.hpp"
+#include "foundation/core/except/Exception.hpp"
+#include "vq/vqArray.hpp"
+
+#include <boost/intrusive_ptr.hpp>
+
 #include <cstddef>
 #include <exception>
 #include <optional>
 #include <vector>
-
-#include <boost/intrusive_ptr.hpp>
-
-#include "foundation/core/except/Exception.hpp"
-#include "fl/ustring.hpp"
-#include "vq/vqArray.hpp"
 
 #define HEXFARROW_STRING_API __attribute__((visibility("default")))
 

@@ -2,13 +2,13 @@
 // Host arrays only C++ can build (qfs's syntax builds every other value: parseValue), for
 // calls with arguments no statement can write: text holding NUL or lone surrogates,
 // field names that are no identifiers, integer classes, sparse arrays.
+#include "fl/ustring.hpp"
+#include "vq/vqArray.hpp"
+
 #include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "fl/ustring.hpp"
-#include "vq/vqArray.hpp"
 
 namespace zkfs::test {
 

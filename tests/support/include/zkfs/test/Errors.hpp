@@ -7,15 +7,15 @@
 // (integer, 8-bit text, UTF-16 text) and same value. Give integers as integers, 8-bit
 // text as "..." or std::string, UTF-16 text as u"..." or fl::ustring; no args means the
 // error must carry an empty list.
-#include <exception>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "fl/ustring.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "resource_core/MessageArg.hpp"
+
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <string>
+#include <vector>
 
 namespace zkfs::test {
 
@@ -38,21 +38,20 @@ fl::ustring catalogMessage(const std::string& identifier, const fl::ustring& arg
 
 }  // namespace zkfs::test
 
-#define EXPECT_IDENTIFIED_ERROR(statement, identifier, ...)                                   \
-    do {                                                                                      \
-        const std::vector<::resource_core::MessageArg> zkfsExpectedArgs_{__VA_ARGS__};        \
-        ::testing::AssertionResult zkfsResult_ = ::testing::AssertionFailure()                 \
-                                                 << "it threw nothing, expected "              \
-                                                 << (identifier) << " "                        \
-                                                 << ::zkfs::test::describe(zkfsExpectedArgs_); \
-        try {                                                                                 \
-            statement;                                                                        \
-        } catch (const ::foundation::core::except::IMsgIDException& zkfsError_) {             \
-            zkfsResult_ = ::zkfs::test::matchesIdentifiedError(zkfsError_, (identifier),       \
-                                                               zkfsExpectedArgs_);             \
-        } catch (...) {                                                                       \
-            zkfsResult_ =                                                                     \
-                ::zkfs::test::unexpectedException(std::current_exception(), (identifier));     \
-        }                                                                                     \
+#define EXPECT_IDENTIFIED_ERROR(statement, identifier, ...)                                        \
+    do {                                                                                           \
+        const std::vector<::resource_core::MessageArg> zkfsExpectedArgs_{__VA_ARGS__};             \
+        ::testing::AssertionResult zkfsResult_ =                                                   \
+            ::testing::AssertionFailure() << "it threw nothing, expected " << (identifier) << " "  \
+                                          << ::zkfs::test::describe(zkfsExpectedArgs_);            \
+        try {                                                                                      \
+            statement;                                                                             \
+        } catch (const ::foundation::core::except::IMsgIDException& zkfsError_) {                  \
+            zkfsResult_ =                                                                          \
+                ::zkfs::test::matchesIdentifiedError(zkfsError_, (identifier), zkfsExpectedArgs_); \
+        } catch (...) {                                                                            \
+            zkfsResult_ =                                                                          \
+                ::zkfs::test::unexpectedException(std::current_exception(), (identifier));         \
+        }                                                                                          \
         if (!zkfsResult_) ADD_FAILURE() << "Statement: " #statement "\n" << zkfsResult_.message(); \
     } while (false)

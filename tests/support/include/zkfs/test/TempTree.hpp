@@ -10,13 +10,13 @@
 // following a link), so a test that took permissions away can still be cleaned up, then
 // is removed. A cleanup that fails adds a test failure instead of leaving debris behind
 // silently. Helpers throw std::system_error when the operating system refuses.
+#include "fl/ustring.hpp"
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "fl/ustring.hpp"
 
 namespace zkfs::test {
 

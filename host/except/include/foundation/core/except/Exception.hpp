@@ -7,14 +7,14 @@
 //
 // These classes keep default visibility: their type identity must be the same in every
 // library that throws or catches them.
-#include <exception>
-#include <memory>
-#include <string>
+#include "fl/ustring.hpp"
+#include "resource_core/BaseMsgID.hpp"
 
 #include <boost/exception/exception.hpp>
 
-#include "fl/ustring.hpp"
-#include "resource_core/BaseMsgID.hpp"
+#include <exception>
+#include <memory>
+#include <string>
 
 #define FOUNDATION_EXCEPT_API __attribute__((visibility("default")))
 
