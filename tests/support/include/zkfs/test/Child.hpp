@@ -2,12 +2,11 @@
 // Running a block where the test process itself cannot: without root's privileges (so
 // that permission bits are obeyed), or with a file system of its own.
 //
-// As root each runner forks; the child sets itself up, runs the block and sends back
-// every failure of a GoogleTest assertion in it, an escaping exception and an abnormal
-// end, all of which become failures of the calling test with the file and line where they
-// happened. The child ends with _exit, so no destructor of the parent's state runs twice.
-// The block must report through assertions only: what it changes in memory stays in the
-// child.
+// As root each runner forks; the child sets itself up and runs the block. Its GoogleTest
+// assertions print where they fail, as in any test; an escaping exception counts as a
+// failure, and a child that failed or ended abnormally fails the calling test. The child
+// ends with _exit, so no destructor of the parent's state runs twice. The block must
+// report through assertions only: what it changes in memory stays in the child.
 #include <cstdint>
 #include <functional>
 #include <string>

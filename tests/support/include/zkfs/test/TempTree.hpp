@@ -10,6 +10,7 @@
 // following a link), so a test that took permissions away can still be cleaned up, then
 // is removed. A cleanup that fails adds a test failure instead of leaving debris behind
 // silently. Helpers throw std::system_error when the operating system refuses.
+
 #include "fl/ustring.hpp"
 
 #include <cstdint>
@@ -31,7 +32,7 @@ public:
     [[nodiscard]] const std::filesystem::path& root() const noexcept { return root_; }
     // root() / relative; the root itself for an empty name.
     [[nodiscard]] std::filesystem::path path(std::string_view relative) const;
-    // The same as UTF-16 text, as a test hands it to the library.
+    // The same as UTF-16 text, as a test hands it to the host.
     [[nodiscard]] fl::ustring upath(std::string_view relative) const;
 
     // A regular file with this content (replacing an existing file); returns its path.
@@ -55,13 +56,8 @@ public:
     // that a failed call left the tree as it was.
     [[nodiscard]] std::vector<std::string> snapshot() const;
 
-    // Restores u+rwx and removes the tree now; false (with a test failure) when it could
-    // not. The destructor does nothing after a successful call.
-    bool remove();
-
 private:
     std::filesystem::path root_;
-    bool removed_ = false;
 };
 
 // Makes `folder` the current folder for one scope, and goes back however the scope ends
