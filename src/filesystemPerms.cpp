@@ -6,9 +6,9 @@
 // decides whether to throw the first one (no output requested) or hand all of them back
 // as a struct array with the fields "Name" and "Cause".
 //
-// Trees are walked through the storage library's listings, which never descend through
-// a link; the only change that may land outside the tree is the scope "target", which
-// changes a link's own target.
+// Trees are walked by the storage library relative to open folders, so a link met inside
+// a tree is never followed; the only change that may land outside the tree is the scope
+// "target", which changes a link's own target.
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
@@ -23,6 +23,7 @@
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
+#include "foundation/storage/provider/TreeWalk.hpp"
 #include "foundation/storage/vfs/vfs.hpp"
 #include "matrix/matrix.hpp"
 #include "vq/vqArray.hpp"
@@ -33,6 +34,7 @@
 #include <boost/uuid/uuid.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <exception>
@@ -51,6 +53,7 @@ namespace quorin::io::filesystem::quorin {
 
 namespace fs = std::filesystem;
 namespace vfs = foundation::storage::vfs;
+namespace provider = foundation::storage::provider;
 namespace core = ::quorin::io::filesystem::core;
 using foundation::storage::provider::ExistenceTypeExtended;
 
@@ -397,6 +400,19 @@ PermissionChange changeOf(const PermissionRequest& request) {
 
 }  // namespace
 
+namespace {
+
+// A permission call that failed: thrown when no output is asked for, else returned.
+Failure permissionFailure(const fl::ustring& path, const std::string& message, int outCount) {
+    if (outCount == 0) {
+        gateway::throwError<QUORIN::io::filesystem::filePermissions::UnableToSetPermissions>(
+            path, message);
+    }
+    return {path, message};
+}
+
+}  // namespace
+
 OptionalFailure setPermissionsOnUnix(const fl::ustring& path, const fs::perms& bits,
                                      const fs::perm_options& options, int outCount) {
     std::error_code ec;
@@ -409,12 +425,7 @@ OptionalFailure setPermissionsOnUnix(const fl::ustring& path, const fs::perms& b
         return std::nullopt;
     }
     if (!ec) return std::nullopt;
-    const std::string message = ec.message();
-    if (outCount == 0) {
-        gateway::throwError<QUORIN::io::filesystem::filePermissions::UnableToSetPermissions>(
-            path, message);
-    }
-    return Failure{path, message};
+    return permissionFailure(path, ec.message(), outCount);
 }
 
 // One change per call, by design: additions win, and the removals of that call are
@@ -521,6 +532,11 @@ unique_vqarray_ptr setPermFailuresForFolders(const FailureList& failures,
 
 // ---------------------------------------------------------------------------------------
 // Folder walks
+//
+// Every entry below the top folder is reached by its name in its own open folder
+// (storage's walkTree), so a link met in the tree is never the way out: it is changed as
+// a link where the scope names links, and left alone otherwise. The one way outside is
+// the scope "target", which changes a link's own target, found by its whole path.
 
 std::pair<bool, bool> permissionsTargetConditionalCheck(const fl::ustring& scope,
                                                         ExistenceTypeExtended existence) {
@@ -534,155 +550,292 @@ std::pair<bool, bool> permissionsTargetConditionalCheck(const fl::ustring& scope
 
 namespace {
 
-// What one walk needs at every entry; the request's bits are worked out once.
-struct Walk {
-    PermissionChange change;
-    const fl::ustring& scope;
-    int outCount;
-    vfs::StorageSystemReference storage;
+using provider::EntryKind;
+using provider::FolderRefusal;
+using provider::TreeEntry;
+using provider::TreeFolder;
 
-    void append(FailureList& failures, OptionalFailure failure) const {
-        if (failure) failures.push_back(std::move(*failure));
+// What one walk needs at every entry: the request's bits and the scope's words are worked
+// out once.
+class Walk {
+public:
+    Walk(const PermissionRequest& request, const fl::ustring& scope, int outCount,
+         FailureList& failures)
+        : change_(changeOf(request)),
+          scope_(scope),
+          all_(scope == u"all"),
+          folders_(scope == u"folders"),
+          outCount_(outCount),
+          failures_(failures) {}
+
+    [[nodiscard]] bool all() const noexcept { return all_; }
+    // "folders" and "all" walk in listing order and change the files they meet.
+    [[nodiscard]] bool foldersToo() const noexcept { return all_ || folders_; }
+
+    void append(OptionalFailure failure) const {
+        if (failure) failures_.push_back(std::move(*failure));
     }
 
     // A listing or classification that failed becomes a failure of that path and the walk
     // goes on; only a failed permission call ends a walk that has no output to report to.
-    void recordCaught(FailureList& failures, const fl::ustring& path) const {
+    void recordCaught(FailureList& rows, const fl::ustring& path) const {
         logCaughtException();
-        failures.emplace_back(path, reasonOfCurrentException());
+        rows.emplace_back(path, reasonOfCurrentException());
     }
+    void recordRefusal(FailureList& rows, const FolderRefusal& refusal) const {
+        try {
+            throw refusal.exception;
+        } catch (...) {
+            recordCaught(rows, fl::i18n::to_ustring(refusal.path));
+        }
+    }
+
+    // The entry's kind as the storage layer's existence test answers it; only a link needs
+    // a look (what it leads to). Nothing when that look fails: it is a failure of its own.
+    [[nodiscard]] std::optional<ExistenceTypeExtended> existenceOf(TreeFolder& folder,
+                                                                   const TreeEntry& entry) const {
+        switch (entry.kind) {
+            case EntryKind::Folder:
+                return ExistenceTypeExtended::Folder;
+            case EntryKind::SymbolicLink:
+                try {
+                    return folder.existence(entry.name);
+                } catch (const vfs::StorageException&) {
+                    recordCaught(failures_, fl::i18n::to_ustring(folder.pathOf(entry.name)));
+                    return std::nullopt;
+                }
+            case EntryKind::File:
+            case EntryKind::Other:
+                break;
+        }
+        return ExistenceTypeExtended::File;
+    }
+
+    // One entry by its name in its folder: one status, and a change only when the mode
+    // differs or setting it could fail anyway (a failure the caller must hear of). An
+    // entry that is a link by now is changed as a link when `links`, else left alone.
+    void changeEntry(TreeFolder& folder, const std::string& name, bool links) const {
+        if (change_.toAdd == fs::perms::none && change_.toRemove == fs::perms::none) return;
+        provider::EntryStatus status;
+        if (const int err = folder.status(name, status)) {
+            fail(folder, name, err);
+            return;
+        }
+        const bool link = status.kind == EntryKind::SymbolicLink;
+        if (link && !links) return;
+        const auto add = static_cast<unsigned>(change_.toAdd);
+        const unsigned mode =
+            add != 0 ? status.mode | add : status.mode & ~static_cast<unsigned>(change_.toRemove);
+        // A link's own mode is always tried: the system's refusal is the answer.
+        if (!link && mode == status.mode && !status.changeMayFail) return;
+        if (const int err = folder.setMode(name, mode)) fail(folder, name, err);
+    }
+
+    // The rule for an entry that is not walked into: "all" changes everything; any other
+    // scope what it names, a link it names as a link, or with "target" what the link
+    // leads to.
+    void changeByScope(TreeFolder& folder, const TreeEntry& entry,
+                       ExistenceTypeExtended existence) const {
+        if (all_) {
+            changeEntry(folder, entry.name, true);
+            return;
+        }
+        const auto [named, link] = permissionsTargetConditionalCheck(scope_, existence);
+        if (!named) return;
+        if (link && scope_ == u"target") {
+            append(setPermissionsForLinkWith(fl::i18n::to_ustring(folder.pathOf(entry.name)),
+                                             change_, scope_, outCount_));
+            return;
+        }
+        changeEntry(folder, entry.name, link);
+    }
+
+    // The folder the walk started from, by its path (a link there is the caller's own).
+    void changeTop(const fl::ustring& folder) const {
+        const vfs::Folder f(Hexfarrow::PathManagement::GetIRIFromString(folder),
+                            Hexfarrow::QuorinStorageSystem::GetStorageSystemReference());
+        append(applyChange(Hexfarrow::PathManagement::GetStringFromIRI(f.getLocation()), change_,
+                           outCount_, false));
+    }
+
+    FailureList& failures() const noexcept { return failures_; }
+
+private:
+    void fail(const TreeFolder& folder, const std::string& name, int err) const {
+        append(permissionFailure(fl::i18n::to_ustring(folder.pathOf(name)),
+                                 std::error_code(err, std::generic_category()).message(),
+                                 outCount_));
+    }
+
+    PermissionChange change_;
+    const fl::ustring& scope_;
+    bool all_;
+    bool folders_;
+    int outCount_;
+    FailureList& failures_;
 };
 
-// The listing already read each entry's kind without following links; only a link needs
-// a second look (what it leads to), so plain entries are never stat'ed twice.
-ExistenceTypeExtended existenceOf(const vfs::ListEntry& entry,
-                                  const vfs::StorageSystemReference& storage) {
-    switch (entry.getKind()) {
-        case vfs::ListEntry::Kind::Folder:
-            return ExistenceTypeExtended::Folder;
-        case vfs::ListEntry::Kind::SymbolicLink:
-            return vfs::existsExtended(entry.getLocation(), storage);
-        case vfs::ListEntry::Kind::File:
-        case vfs::ListEntry::Kind::Other:
-            break;
-    }
-    return ExistenceTypeExtended::File;
+// A subfolder that is gone, or is no folder any more, since its folder was read.
+bool vanished(const FolderRefusal& refusal) {
+    return refusal.opening &&
+           (refusal.error == ENOENT || refusal.error == ENOTDIR || refusal.error == ELOOP);
 }
 
-// Pre-order, as a recursive listing gives it: a folder's entry, then what it holds. Each
-// folder that refuses its listing becomes a failure of its own, and the walk goes on.
-void listFolderByFolder(const Walk& walk, const vfs::Folder& folder,
-                        std::vector<vfs::ListEntry>& out, FailureList& failures) {
-    const fl::ustring path = Hexfarrow::PathManagement::GetStringFromIRI(folder.getLocation());
-    vfs::FolderListing listing;
-    try {
-        listing = folder.listAll(fl::ustring());
-    } catch (...) {
-        walk.recordCaught(failures, path);
-        return;
+// Each folder before what it holds. With "folders" and "all", in listing order; with any
+// other scope a folder's files first, then its subfolders.
+class TopDown final : public provider::TreeVisitor {
+public:
+    explicit TopDown(const Walk& walk) : walk_(walk) {}
+
+    void arrange(TreeFolder& /*folder*/, std::vector<TreeEntry>& entries) override {
+        if (walk_.foldersToo()) return;
+        std::stable_partition(entries.begin(), entries.end(),
+                              [](const TreeEntry& e) { return e.kind != EntryKind::Folder; });
     }
-    for (const auto& entry : listing) {
-        out.push_back(entry);
-        if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
-            listFolderByFolder(walk, vfs::Folder(entry.getLocation(), walk.storage), out, failures);
+    void visit(TreeFolder& folder, const TreeEntry& entry) override {
+        const auto existence = walk_.existenceOf(folder, entry);
+        if (!existence) return;
+        if (!walk_.foldersToo()) {
+            walk_.changeByScope(folder, entry, *existence);
+        } else if (!core::isSymlink(*existence) || walk_.all()) {
+            // "folders" changes the files it meets too, but never follows a link.
+            walk_.changeEntry(folder, entry.name, walk_.all());
         }
     }
-}
-
-// The whole tree in one listing. A listing that fails part way returns nothing, so when
-// one folder refuses (closed to the caller, removed meanwhile) the tree is listed again
-// folder by folder: only what lies below the refusing folder is missed, and the failure
-// names that folder rather than the whole tree.
-vfs::FolderListing listTree(const Walk& walk, const vfs::Folder& root, FailureList& failures) {
-    try {
-        return root.listAllRecursive(fl::ustring());
-    } catch (...) {
-        logCaughtException();
+    bool enter(TreeFolder& folder, const TreeEntry& entry) override {
+        // Changed before it is read, so that granting read opens it.
+        walk_.changeEntry(folder, entry.name, false);
+        return true;
     }
-    std::vector<vfs::ListEntry> entries;
-    listFolderByFolder(walk, root, entries, failures);
-    return vfs::FolderListing(std::move(entries));
-}
-
-OptionalFailure changeFolderItself(const Walk& walk, const fl::ustring& folder) {
-    const vfs::Folder f(Hexfarrow::PathManagement::GetIRIFromString(folder), walk.storage);
-    return applyChange(Hexfarrow::PathManagement::GetStringFromIRI(f.getLocation()), walk.change,
-                       walk.outCount, false);
-}
-
-void changeEntry(const Walk& walk, FailureList& failures, const fl::ustring& path,
-                 ExistenceTypeExtended existence) {
-    const auto [change, link] = permissionsTargetConditionalCheck(walk.scope, existence);
-    if (walk.scope == u"all") {
-        walk.append(failures, applyChange(path, walk.change, walk.outCount, link));
-    } else if (change) {
-        walk.append(failures,
-                    link ? setPermissionsForLinkWith(path, walk.change, walk.scope, walk.outCount)
-                         : applyChange(path, walk.change, walk.outCount, false));
+    void refused(const FolderRefusal& refusal) override {
+        // A folder that became a link is not entered, silently.
+        if (refusal.opening && refusal.error == ELOOP) return;
+        walk_.recordRefusal(walk_.failures(), refusal);
     }
-}
 
-// Changes every entry of a listing that is not a folder, in listing order, and answers
-// the folders' paths (in the same order) for the caller's own order of visiting them.
-std::vector<fl::ustring> changeEntriesButFolders(const Walk& walk,
-                                                 const vfs::FolderListing& listing,
-                                                 FailureList& failures) {
-    std::vector<fl::ustring> folders;
-    for (const auto& entry : listing) {
-        fl::ustring path;
-        try {
-            path = Hexfarrow::PathManagement::GetStringFromIRI(entry.getLocation());
-            if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
-                folders.push_back(std::move(path));
+private:
+    const Walk& walk_;
+};
+
+// Listings refused while the tree is read are reported before the changes, where a walk
+// that lists the whole tree first would report them.
+class ListingRefusals {
+public:
+    explicit ListingRefusals(const Walk& walk) : walk_(walk), at_(walk.failures().size()) {}
+    ListingRefusals(const ListingRefusals&) = delete;
+    ListingRefusals& operator=(const ListingRefusals&) = delete;
+    ~ListingRefusals() = default;
+
+    void record(const FolderRefusal& refusal) { walk_.recordRefusal(rows_, refusal); }
+    void place() {
+        FailureList& all = walk_.failures();
+        all.insert(all.begin() + static_cast<std::ptrdiff_t>(at_),
+                   std::make_move_iterator(rows_.begin()), std::make_move_iterator(rows_.end()));
+    }
+
+private:
+    const Walk& walk_;
+    std::size_t at_;
+    FailureList rows_;
+};
+
+// Every entry in pre-order (a folder, then what it holds), folders changed like files.
+class Flat final : public provider::TreeVisitor {
+public:
+    Flat(const Walk& walk, ListingRefusals& refusals) : walk_(walk), refusals_(refusals) {}
+
+    void visit(TreeFolder& folder, const TreeEntry& entry) override {
+        if (const auto existence = walk_.existenceOf(folder, entry)) {
+            walk_.changeByScope(folder, entry, *existence);
+        }
+    }
+    bool enter(TreeFolder& folder, const TreeEntry& entry) override {
+        walk_.changeByScope(folder, entry, ExistenceTypeExtended::Folder);
+        return true;
+    }
+    void refused(const FolderRefusal& refusal) override {
+        if (!vanished(refusal)) refusals_.record(refusal);
+    }
+
+private:
+    const Walk& walk_;
+    ListingRefusals& refusals_;
+};
+
+// Bottom-up, first pass: every entry that is not a folder, in pre-order. The folders that
+// vanished meanwhile are remembered (there are no more of them than failures), so that
+// the second pass still reports them in their place.
+class NonFoldersFirst final : public provider::TreeVisitor {
+public:
+    NonFoldersFirst(const Walk& walk, ListingRefusals& refusals, std::vector<std::string>& gone)
+        : walk_(walk), refusals_(refusals), gone_(gone) {}
+
+    void visit(TreeFolder& folder, const TreeEntry& entry) override {
+        if (const auto existence = walk_.existenceOf(folder, entry)) {
+            walk_.changeByScope(folder, entry, *existence);
+        }
+    }
+    bool enter(TreeFolder& /*folder*/, const TreeEntry& /*entry*/) override { return true; }
+    void refused(const FolderRefusal& refusal) override {
+        if (vanished(refusal)) {
+            gone_.push_back(refusal.path);
+        } else {
+            refusals_.record(refusal);
+        }
+    }
+
+private:
+    const Walk& walk_;
+    ListingRefusals& refusals_;
+    std::vector<std::string>& gone_;
+};
+
+// Bottom-up, second pass: the folders in the reverse of their pre-order (each after all
+// it holds, subfolders last listed first), read again rather than kept from the first
+// pass, so that memory stays within the deepest chain of folders.
+class FoldersLast final : public provider::TreeVisitor {
+public:
+    FoldersLast(const Walk& walk, const std::vector<std::string>& gone)
+        : walk_(walk), gone_(gone) {}
+
+    [[nodiscard]] bool keeps(EntryKind kind) const override { return kind == EntryKind::Folder; }
+    void arrange(TreeFolder& folder, std::vector<TreeEntry>& entries) override {
+        if (!gone_.empty()) restoreGone(folder.pathOf({}), entries);
+        std::reverse(entries.begin(), entries.end());
+    }
+    void visit(TreeFolder& /*folder*/, const TreeEntry& /*entry*/) override {}
+    bool enter(TreeFolder& /*folder*/, const TreeEntry& /*entry*/) override { return true; }
+    [[nodiscard]] bool wantsLeave() const override { return true; }
+    void leave(TreeFolder& folder, const TreeEntry& entry) override {
+        walk_.changeEntry(folder, entry.name, false);
+    }
+    // Each refusal was reported by the first pass.
+    void refused(const FolderRefusal& /*refusal*/) override {}
+
+private:
+    // The first pass's vanished subfolders of `parent`, back in their listing place.
+    void restoreGone(const std::string& parent, std::vector<TreeEntry>& entries) const {
+        const std::string prefix = parent.ends_with('/') ? parent : parent + '/';
+        for (const std::string& path : gone_) {
+            if (!path.starts_with(prefix) || path.find('/', prefix.size()) != std::string::npos)
                 continue;
-            }
-            changeEntry(walk, failures, path, existenceOf(entry, walk.storage));
-        } catch (const vfs::StorageException&) {
-            walk.recordCaught(failures, path);
-        }
-    }
-    return folders;
-}
-
-void walkTopDown(const Walk& walk, const fl::ustring& folder, FailureList& failures) {
-    // Made readable before it is listed.
-    walk.append(failures, changeFolderItself(walk, folder));
-
-    vfs::FolderListing listing;
-    try {
-        listing = vfs::Folder(Hexfarrow::PathManagement::GetIRIFromString(folder), walk.storage)
-                      .listAll(fl::ustring());
-    } catch (...) {
-        walk.recordCaught(failures, folder);
-        return;
-    }
-
-    const bool foldersToo = walk.scope == u"folders" || walk.scope == u"all";
-    if (foldersToo) {
-        for (const auto& entry : listing) {
-            fl::ustring path;
-            try {
-                path = Hexfarrow::PathManagement::GetStringFromIRI(entry.getLocation());
-                if (entry.getKind() == vfs::ListEntry::Kind::Folder) {
-                    walkTopDown(walk, path, failures);
-                    continue;
-                }
-                const auto decision =
-                    permissionsTargetConditionalCheck(walk.scope, existenceOf(entry, walk.storage));
-                walk.append(failures,
-                            applyChange(path, walk.change, walk.outCount, decision.second));
-            } catch (const vfs::StorageException&) {
-                walk.recordCaught(failures, path);
+            const std::string name = path.substr(prefix.size());
+            const fl::ustring key = fl::i18n::to_ustring(name);
+            const auto place = std::find_if(
+                entries.begin(), entries.end(),
+                [&](const TreeEntry& e) { return fl::i18n::to_ustring(e.name) >= key; });
+            if (place == entries.end() || place->name != name) {
+                entries.insert(place, TreeEntry{name, EntryKind::Folder});
             }
         }
-        return;
     }
 
-    // Files of this folder first (one listing read serves both passes), then each
-    // subfolder in listing order, which changes itself before it lists.
-    for (const auto& sub : changeEntriesButFolders(walk, listing, failures)) {
-        walkTopDown(walk, sub, failures);
-    }
+    const Walk& walk_;
+    const std::vector<std::string>& gone_;
+};
+
+vfs::AbsoluteIRI folderIRI(const fl::ustring& folder) {
+    return Hexfarrow::PathManagement::GetIRIFromString(folder);
 }
 
 }  // namespace
@@ -692,9 +845,11 @@ FailureList setPermissionsForFolderContentsTopDown(const fl::ustring& folder,
                                                    const fl::ustring& scope, int outCount,
                                                    FailureList failures) {
     ZKFS_TRACE_SCOPE();
-    const Walk walk{changeOf(request), scope, outCount,
-                    Hexfarrow::QuorinStorageSystem::GetStorageSystemReference()};
-    walkTopDown(walk, folder, failures);
+    const Walk walk(request, scope, outCount, failures);
+    // Made readable before it is listed.
+    walk.changeTop(folder);
+    TopDown visitor(walk);
+    provider::walkTree(folderIRI(folder), visitor);
     return failures;
 }
 
@@ -703,24 +858,18 @@ FailureList setPermissionsForFolderContentsBottomUp(const fl::ustring& folder,
                                                     const fl::ustring& scope, int outCount,
                                                     FailureList failures) {
     ZKFS_TRACE_SCOPE();
-    const Walk walk{changeOf(request), scope, outCount,
-                    Hexfarrow::QuorinStorageSystem::GetStorageSystemReference()};
-
-    // The whole tree is listed before any read permission is taken away, so removing it
-    // cannot hide entries from the walk.
-    const vfs::FolderListing listing = listTree(
-        walk, vfs::Folder(Hexfarrow::PathManagement::GetIRIFromString(folder), walk.storage),
-        failures);
-
-    const std::vector<fl::ustring> folders = changeEntriesButFolders(walk, listing, failures);
-
-    if (scope == u"all" || scope == u"folders") {
-        // Deepest first: a folder keeps its read permission until its contents are done.
-        for (auto sub = folders.rbegin(); sub != folders.rend(); ++sub) {
-            walk.append(failures, changeFolderItself(walk, *sub));
-        }
+    const Walk walk(request, scope, outCount, failures);
+    // Read permission is taken from a folder only after everything below it is done.
+    ListingRefusals refusals(walk);
+    std::vector<std::string> gone;
+    NonFoldersFirst first(walk, refusals, gone);
+    provider::walkTree(folderIRI(folder), first);
+    if (walk.foldersToo()) {
+        FoldersLast last(walk, gone);
+        provider::walkTree(folderIRI(folder), last);
     }
-    walk.append(failures, changeFolderItself(walk, folder));
+    walk.changeTop(folder);
+    refusals.place();
     return failures;
 }
 
@@ -737,9 +886,8 @@ FailureList setPermissionsForFolderRecursively(const fl::ustring& folder,
                                                const PermissionRequest& request,
                                                const fl::ustring& scope, int outCount) {
     ZKFS_TRACE_SCOPE();
-    const vfs::StorageSystemReference storage =
-        Hexfarrow::QuorinStorageSystem::GetStorageSystemReference();
-    const vfs::Folder root(Hexfarrow::PathManagement::GetIRIFromString(folder), storage);
+    const vfs::Folder root(Hexfarrow::PathManagement::GetIRIFromString(folder),
+                           Hexfarrow::QuorinStorageSystem::GetStorageSystemReference());
     const fl::ustring location = Hexfarrow::PathManagement::GetStringFromIRI(root.getLocation());
 
     FailureList failures;
@@ -759,18 +907,13 @@ FailureList setPermissionsForFolderRecursively(const fl::ustring& folder,
                                                                    outCount, std::move(failures));
     }
 
-    const Walk walk{changeOf(request), scope, outCount, storage};
-    walk.append(failures, applyChange(location, walk.change, outCount, false));
-    const vfs::FolderListing listing = listTree(walk, root, failures);
-    for (const auto& entry : listing) {
-        fl::ustring path;
-        try {
-            path = Hexfarrow::PathManagement::GetStringFromIRI(entry.getLocation());
-            changeEntry(walk, failures, path, existenceOf(entry, storage));
-        } catch (const vfs::StorageException&) {
-            walk.recordCaught(failures, path);
-        }
-    }
+    // Flat: the folder, then every entry in pre-order.
+    const Walk walk(request, scope, outCount, failures);
+    walk.changeTop(location);
+    ListingRefusals refusals(walk);
+    Flat visitor(walk, refusals);
+    provider::walkTree(root.getLocation(), visitor);
+    refusals.place();
     return failures;
 }
 

@@ -1,6 +1,7 @@
 // The "file" provider: the local file system through POSIX calls, all of them through the
 // SystemCalls seam.
 #include "IRIText.hpp"
+#include "LocalFiles.hpp"
 #include "Providers.hpp"
 #include "SystemCalls.hpp"
 
@@ -31,27 +32,7 @@ using vfs::AbsoluteIRI;
 using vfs::ListEntry;
 
 [[noreturn]] void fail(int err, const AbsoluteIRI& location) {
-    int code = vfs::Exception::OtherIOError;
-    switch (err) {
-        case ENOENT:
-        case ENOTDIR:
-            code = vfs::Exception::NotFound;
-            break;
-        case EACCES:
-        case EPERM:
-        case EROFS:
-            code = vfs::Exception::PermissionDenied;
-            break;
-        case EEXIST:
-            code = vfs::Exception::AlreadyExists;
-            break;
-        case ENAMETOOLONG:
-            code = vfs::Exception::InvalidLocation;
-            break;
-        default:
-            break;
-    }
-    throw vfs::Exception(code, location, std::system_category().message(err));
+    throw detail::systemError(err, location);
 }
 
 // The local path a location names; "file://" and foreign hosts name nothing here.
@@ -252,25 +233,7 @@ public:
 
     ExistenceTypeExtended existsExtended(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
-        struct stat st {};
-        if (systemCalls().fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-            const int err = errno;
-            if (err == ENOENT || err == ENOTDIR) return ExistenceTypeExtended::DoesNotExist;
-            fail(err, location);
-        }
-        if (!S_ISLNK(st.st_mode)) {
-            return S_ISDIR(st.st_mode) ? ExistenceTypeExtended::Folder
-                                       : ExistenceTypeExtended::File;
-        }
-        if (systemCalls().fstatat(AT_FDCWD, path.c_str(), &st, 0) != 0) {
-            const int err = errno;
-            if (err == ENOENT || err == ENOTDIR || err == ELOOP) {
-                return ExistenceTypeExtended::BrokenSymbolicLink;
-            }
-            fail(err, location);
-        }
-        return S_ISDIR(st.st_mode) ? ExistenceTypeExtended::SymbolicLinkToFolder
-                                   : ExistenceTypeExtended::SymbolicLinkToFile;
+        return detail::existsExtendedAt(AT_FDCWD, path.c_str(), [&] { return location; });
     }
 
     void createFile(const AbsoluteIRI& location) const override {
@@ -361,20 +324,7 @@ public:
 
     void list(const AbsoluteIRI& folder, ListScope scope, const fl::ustring& pattern,
               std::vector<ListEntry>& out) const override {
-        const std::string path = localPath(folder);
-        const int fd = retryOnEintr([&] {
-            return systemCalls().openat(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC,
-                                        0);
-        });
-        if (fd < 0) {
-            const int err = errno;
-            if (err == ENOTDIR && exists(folder) == ExistenceType::File) {
-                throw vfs::Exception(vfs::Exception::InvalidLocation, folder,
-                                     std::system_category().message(err));
-            }
-            fail(err, folder);
-        }
-        UniqueFd dir(fd);
+        const UniqueFd dir = detail::openFolderToList(folder);
         std::vector<ListEntry> entries;
         Lister(scope, pattern, entries).listFolder(dir.get(), entryPrefix(folder));
         // Nothing reaches the caller's vector unless the whole listing succeeded.
@@ -388,6 +338,72 @@ public:
 };
 
 }  // namespace
+
+namespace detail {
+
+vfs::Exception systemError(int err, const AbsoluteIRI& location) {
+    int code = vfs::Exception::OtherIOError;
+    switch (err) {
+        case ENOENT:
+        case ENOTDIR:
+            code = vfs::Exception::NotFound;
+            break;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            code = vfs::Exception::PermissionDenied;
+            break;
+        case EEXIST:
+            code = vfs::Exception::AlreadyExists;
+            break;
+        case ENAMETOOLONG:
+            code = vfs::Exception::InvalidLocation;
+            break;
+        default:
+            break;
+    }
+    return {code, location, std::system_category().message(err)};
+}
+
+ExistenceTypeExtended existsExtendedAt(int dirfd, const char* name,
+                                       const std::function<AbsoluteIRI()>& location) {
+    struct stat st {};
+    if (systemCalls().fstatat(dirfd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        const int err = errno;
+        if (err == ENOENT || err == ENOTDIR) return ExistenceTypeExtended::DoesNotExist;
+        fail(err, location());
+    }
+    if (!S_ISLNK(st.st_mode)) {
+        return S_ISDIR(st.st_mode) ? ExistenceTypeExtended::Folder : ExistenceTypeExtended::File;
+    }
+    if (systemCalls().fstatat(dirfd, name, &st, 0) != 0) {
+        const int err = errno;
+        if (err == ENOENT || err == ENOTDIR || err == ELOOP) {
+            return ExistenceTypeExtended::BrokenSymbolicLink;
+        }
+        fail(err, location());
+    }
+    return S_ISDIR(st.st_mode) ? ExistenceTypeExtended::SymbolicLinkToFolder
+                               : ExistenceTypeExtended::SymbolicLinkToFile;
+}
+
+UniqueFd openFolderToList(const AbsoluteIRI& location) {
+    const std::string path = localPath(location);
+    const int fd = retryOnEintr([&] {
+        return systemCalls().openat(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    });
+    if (fd < 0) {
+        const int err = errno;
+        if (err == ENOTDIR && fileProvider().exists(location) == ExistenceType::File) {
+            throw vfs::Exception(vfs::Exception::InvalidLocation, location,
+                                 std::system_category().message(err));
+        }
+        fail(err, location);
+    }
+    return UniqueFd(fd);
+}
+
+}  // namespace detail
 
 const Provider& fileProvider() {
     static const FileProvider provider;

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/vfs.h>
 
 namespace foundation::storage::provider::detail {
 
@@ -26,6 +27,14 @@ struct SystemCalls {
     ssize_t (*read)(int fd, void* buffer, std::size_t size);
     ssize_t (*write)(int fd, const void* buffer, std::size_t size);
     int (*fcntl)(int fd, int cmd, int arg);
+    int (*statx)(int dirfd, const char* path, int flags, unsigned mask, struct statx* out);
+    // fchmodat2(2) (Linux 6.6): the kernel itself refuses a link under AT_SYMLINK_NOFOLLOW
+    // (EOPNOTSUPP); older kernels answer ENOSYS.
+    int (*fchmodat2)(int dirfd, const char* path, mode_t mode, int flags);
+    // The C library's fchmodat, which never follows a final link under AT_SYMLINK_NOFOLLOW
+    // either (it checks the name through an O_PATH descriptor).
+    int (*fchmodat)(int dirfd, const char* path, mode_t mode, int flags);
+    int (*fstatfs)(int fd, struct statfs* out);
 };
 
 // The table in use; tests may change entries and must restore them (see the real one).

@@ -13,6 +13,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -113,6 +114,20 @@ bool runWithTmpfs(const std::string& mountPoint, const std::string& options,
             return {};
         },
         true, block);
+}
+
+void runWithLimits(std::size_t stackBytes, std::size_t descriptors,
+                   const std::function<void()>& block) {
+    runForked(
+        [&]() -> std::string {
+            const rlimit stack{stackBytes, stackBytes};
+            const rlimit files{descriptors, descriptors};
+            if (::setrlimit(RLIMIT_STACK, &stack) != 0 || ::setrlimit(RLIMIT_NOFILE, &files) != 0) {
+                return std::string("setrlimit: ") + std::strerror(errno);
+            }
+            return {};
+        },
+        false, block);
 }
 
 }  // namespace zkfs::test

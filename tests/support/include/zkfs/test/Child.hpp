@@ -7,6 +7,7 @@
 // failure, and a child that failed or ended abnormally fails the calling test. The child
 // ends with _exit, so no destructor of the parent's state runs twice. The block must
 // report through assertions only: what it changes in memory stays in the child.
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -30,5 +31,11 @@ void runUnprivileged(const std::function<void()>& block);
 // child mount (or the suite does not run as root): the caller skips.
 bool runWithTmpfs(const std::string& mountPoint, const std::string& options,
                   const std::function<void()>& block, std::string& why);
+
+// Runs the block in a child whose stack may grow to `stackBytes` and which may hold at
+// most `descriptors` open files (both its soft and hard limits), as a user's `ulimit -s`
+// and `ulimit -n` would hold it.
+void runWithLimits(std::size_t stackBytes, std::size_t descriptors,
+                   const std::function<void()>& block);
 
 }  // namespace zkfs::test
