@@ -246,33 +246,31 @@ void Walker::reopen(std::size_t index) {
             return;
         }
     }
-    // Else by the chain of names from the deepest folder still open.
+    // Else by the chain of names from the deepest folder still open, each folder on the
+    // way kept open as the window allows, so the next ones up cost nothing.
     std::size_t from = index;
-    while (from > 0 && !levels_[from - 1].fd.valid()) --from;
-    int at = levels_[from - 1].fd.get();
-    UniqueFd step;
+    while (!levels_[from - 1].fd.valid()) --from;
     int err = 0;
     for (std::size_t i = from; i <= index && err == 0; ++i) {
-        const int fd = retryOnEintr(
-            [&] { return systemCalls().openat(at, levels_[i].name.c_str(), kFolderFlags, 0); });
-        if (fd < 0) {
+        Level& step = levels_[i];
+        UniqueFd fd(retryOnEintr([&] {
+            return systemCalls().openat(levels_[i - 1].fd.get(), step.name.c_str(), kFolderFlags,
+                                        0);
+        }));
+        if (!fd.valid()) {
             err = errno;
             break;
         }
-        step = UniqueFd(fd);
-        at = fd;
-    }
-    if (err == 0 && level.identity.known) {
-        const Identity found = identityOf(step.get());
+        const Identity found = identityOf(fd.get());
         // Another folder now has the name: the one walked is gone from here.
-        if (!found.known || found.dev != level.identity.dev || found.ino != level.identity.ino) {
+        if (step.identity.known &&
+            (!found.known || found.dev != step.identity.dev || found.ino != step.identity.ino)) {
             err = ENOENT;
+            break;
         }
+        adopt(step, std::move(fd));
     }
-    if (err == 0) {
-        adopt(level, std::move(step));
-        return;
-    }
+    if (err == 0) return;
     level.next = level.entries.size();
     std::string path = pathThrough(index, {});
     refuse(path, err, false, fileIRI(path));
