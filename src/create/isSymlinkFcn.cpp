@@ -6,9 +6,7 @@
 #include "quorin/io/filesystem/core/fscore.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 
-#include "Hexfarrow/PathManagement/PathManagement.hpp"
 #include "Hexfarrow/String/String.hpp"
-#include "fl/filesystem/filesystem.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 #include "matrix/matrix.hpp"
 
@@ -21,39 +19,17 @@ namespace {
 
 namespace vfs = foundation::storage::vfs;
 namespace core = quorin::io::filesystem::core;
-namespace fs = fl::filesystem;
 
-struct Classification {
-    bool isLink = false;
-    fl::ustring text;  // the resolved path; empty for a link that cannot be followed
-};
-
-Classification classify(const fl::ustring& path) {
-    core::ResolvePathResult resolved = core::resolvePath(path, core::ResolvePathOptions{});
-    if (resolved.type == core::PathType::SymbolicLink) return {true, std::move(resolved.path)};
-    if (resolved.type == core::PathType::None) {
-        // Resolution follows links, so a dangling link or a loop looks like nothing;
-        // the path layer tells such a name apart by the error it gives when followed.
-        try {
-            fs::status(path);
-        } catch (const fs::SystemError& e) {
-            if (e.getErrorCode() == core::platformSpecificErrorCode()) return {true, {}};
-        }
-    }
-    return {false, std::move(resolved.path)};
-}
-
-// The "file" IRI text of the link's final target (or, given an IRI, its canonical local
-// path).
-fl::ustring targetText(const fl::ustring& path, const fl::ustring& resolved) {
-    const fl::ustring start = resolved.empty() ? fs::absolute(path) : resolved;
-    if (vfs::hasIRIPrefix(start)) {
-        return fs::canonical(Hexfarrow::PathManagement::GetStringFromIRI(vfs::AbsoluteIRI(start)),
-                             fl::ustring());
-    }
-    const fl::ustring native =
-        fs::detail::make_native_form(fs::canonical(start, fl::ustring()), true);
-    return vfs::toAbsoluteIRI(u"file", native).toString();
+// The element's answer: whether it is a link and, when asked for and known, the target
+// text: a "file" IRI for a path, the local path for a link named by IRI.
+std::optional<fl::ustring> answerFor(const fl::ustring& path, bool wantTarget, bool& isLink) {
+    const core::LinkInspection found = core::inspectLink(path, wantTarget);
+    const bool byIRI = vfs::hasIRIPrefix(path);
+    // Resolution names a link given by IRI only when it leads somewhere: a dangling one is
+    // nothing there.
+    isLink = found.isLink && (found.leads || !byIRI);
+    if (!isLink || found.target.empty()) return std::nullopt;
+    return byIRI ? found.target : vfs::toAbsoluteIRI(u"file", found.target).toString();
 }
 
 }  // namespace
@@ -76,32 +52,18 @@ void isSymlinkFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
         targetStrings = &Hexfarrow::String::getMutableString(targets.get());
     }
 
-    quorin::gateway::forEachText(
-        input, [&](std::size_t i, const std::optional<fl::ustring_view>& text) {
-            if (!text) return;  // a missing element is no link
-            const fl::ustring path(*text);
-            Classification found;
-            try {
-                found = classify(path);
-            } catch (...) {
-                return;  // a path that cannot be examined is no link
-            }
-            if (!found.isLink) return;
-            isLink[i] = true;
-            if (!wantTargets) return;
-            try {
-                targetStrings->set(i, targetText(path, found.text));
-            } catch (const fs::SystemError& e) {
-                // The target cannot be followed: the link's own resolved text stands in.
-                if (e.getErrorCode() == core::platformSpecificErrorCode()) {
-                    targetStrings->set(i, std::move(found.text));
-                }
-            } catch (const fs::PathNotFound&) {
-                // Still a link, whose target is simply not there.
-            } catch (...) {
-                isLink[i] = false;
-            }
-        });
+    quorin::gateway::forEachText(input, [&](std::size_t i,
+                                            const std::optional<fl::ustring_view>& text) {
+        if (!text) return;  // a missing element is no link
+        try {
+            bool link = false;
+            std::optional<fl::ustring> target = answerFor(fl::ustring(*text), wantTargets, link);
+            isLink[i] = link;
+            if (target) targetStrings->set(i, std::move(*target));
+        } catch (...) {
+            isLink[i] = false;  // a path that cannot be examined is no link
+        }
+    });
 
     quorin::gateway::handOver(outputs, 0, std::move(links));
     if (wantTargets) quorin::gateway::handOver(outputs, 1, std::move(targets));

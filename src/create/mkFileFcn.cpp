@@ -5,13 +5,11 @@
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Gateway.hpp"
 #include "quorin/gateway/Text.hpp"
-#include "quorin/io/filesystem/core/Links.hpp"
 #include "quorin/io/filesystem/core/fscore.hpp"
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "Hexfarrow/String/String.hpp"
-#include "fl/filesystem/filesystem.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/storage/utility/URL.hpp"
 #include "foundation/storage/vfs/vfs.hpp"
@@ -32,43 +30,13 @@ unique_vqarray_ptr logicalScalar(bool value) {
     return result;
 }
 
-// The file's location: an IRI text as given, a local path through its native form.
-vfs::AbsoluteIRI locationOf(const fl::ustring& path, bool isIRI) {
-    if (isIRI) return vfs::AbsoluteIRI(path);
-    // An empty path names no file: the "file" IRI of nothing, which every storage
-    // operation refuses as an invalid location.
-    const fl::ustring native =
-        path.empty() ? fl::ustring() : fl::filesystem::detail::make_native_form(path, true);
-    return vfs::toAbsoluteIRI(u"file", native);
-}
-
-void createReplacing(const vfs::File& file, bool overwrite) {
-    bool replace = false;
-    try {
-        file.createFile();
-    } catch (const vfs::Exception& e) {
-        if (e.getErrorCode() != vfs::Exception::AlreadyExists || !overwrite)
-            throw vfs::Exception(e);
-        replace = true;
-    }
-    if (replace) {
-        // No rollback: when the second creation fails, the old file stays removed.
-        file.removeFile();
-        file.createFile();
-    }
-}
-
 // Prepares `path` in place (the prepared form is what a thrown error names) and makes the
 // file. The storage failures that the built-in translates come back as a value; anything
 // else propagates.
 std::optional<StorageFailure> makeEmptyFile(fl::ustring& path, const fl::ustring& ruleValue,
                                             const vfs::StorageSystemReference& storage) {
     try {
-        const bool isIRI =
-            core::setupPathForURLConstruction(path, core::ResolveSymbolicLinks::AllButLast, false);
-        const vfs::AbsoluteIRI location = locationOf(path, isIRI);
-        core::createParentIfNeeded(location, storage);
-        createReplacing(vfs::File(location, storage), ruleValue == u"overwrite");
+        core::createEmptyFile(path, ruleValue == u"overwrite", storage);
         return std::nullopt;
     } catch (const vfs::Exception& e) {
         return quorin::io::filesystem::quorin::create::failureForErrorCode(e.getErrorCode());

@@ -2,10 +2,11 @@
 // at a time (no case table can build one): a built-in given such a whole path answers as
 // for one it cannot reach, and nothing is made or changed at a shortened path; a walk down
 // such a chain changes every entry.
-#include "SystemCalls.hpp"
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/Child.hpp"
 #include "zkfs/test/TempTree.hpp"
+
+#include "fl/sys/SystemCalls.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -25,7 +27,7 @@
 namespace zkfs::test {
 namespace {
 
-namespace seam = foundation::storage::provider::detail;
+namespace sys = fl::sys;
 
 const std::string kComponent(200, 'd');
 
@@ -177,31 +179,23 @@ TEST(LongPaths, EveryWalkChangesAChainOfTenThousandFoldersWithinSmallLimits) {
         };
         runWithLimits(std::size_t{1} << 20, 64, [&] {
             // Some ways back up through ".." are refused: those folders are opened again by
-            // their names.
-            static unsigned ups = 0;
-            seam::systemCalls().openat = [](int dirfd, const char* path, int flags, mode_t mode) {
-                if (std::string_view(path) == ".." && ++ups % 1000 == 0) {
-                    errno = EACCES;
-                    return -1;
-                }
-                return seam::realSystemCalls().openat(dirfd, path, flags, mode);
-            };
+            // their names. Later the deepest file, the first one a walk changes, refuses.
+            unsigned ups = 0;
+            bool refuseDeepest = false;
+            const sys::ScopedFaultHook hook([&](sys::Call& c) {
+                if (c.phase != sys::Phase::Before) return 0;
+                const std::string_view name = c.name;
+                if (c.op == sys::Op::Openat && name == ".." && ++ups % 1000 == 0) return EACCES;
+                const bool change = c.op == sys::Op::Fchmodat2 || c.op == sys::Op::Fchmodat;
+                return change && name == "z" && std::exchange(refuseDeepest, false) ? EIO : 0;
+            });
             EXPECT_EQ(walk("struct('Readable', false)"), std::vector<Failure>{});
             EXPECT_GE(ups, 1000U);
             EXPECT_EQ(modes(), (Modes{{"d", 0355}, {"z", 0244}}));
             EXPECT_EQ(walk("struct('Readable', true, 'GroupWrite', false)"),
                       std::vector<Failure>{});
             EXPECT_EQ(modes(), (Modes{{"d", 0755}, {"z", 0644}}));
-            // The deepest file, the first one a walk changes, refuses.
-            static bool refused = false;
-            seam::systemCalls().fchmodat2 = [](int dirfd, const char* path, mode_t mode,
-                                               int flags) {
-                if (refused || std::string_view(path) != "z")
-                    return seam::realSystemCalls().fchmodat2(dirfd, path, mode, flags);
-                refused = true;
-                errno = EIO;
-                return -1;
-            };
+            refuseDeepest = true;
             std::string deepest = top;
             for (std::size_t i = 0; i < kLevels; ++i) deepest += "/d";
             const std::vector<Failure> expected{{deepest + "/z", "Input/output error"}};

@@ -1,11 +1,12 @@
-// A folder removed while a walk is under way, made deterministic through the storage
-// library's system-call seam: right after the walk has read the tree's top folder, a
-// subfolder it has just listed disappears. Every walk still ends, changes everything
-// outside the removed part exactly as it would have, and names only the removed path.
-#include "SystemCalls.hpp"
+// A folder removed while a walk is under way, made deterministic through the system-call
+// seam: right after the walk has read the tree's top folder, a subfolder it has just
+// listed disappears. Every walk still ends, changes everything outside the removed part
+// exactly as it would have, and names only the removed path.
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 #include "zkfs/test/TempTree.hpp"
+
+#include "fl/sys/SystemCalls.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,46 +14,17 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
 namespace zkfs::test {
 namespace {
-
-namespace seam = foundation::storage::provider::detail;
 
 const std::vector<std::string> kFiles = {"a.txt",           "b.txt",      "sub1/c.txt",
                                          "sub1/deep/d.txt", "sub2/e.txt", "z.txt"};
 const std::vector<std::string> kOutside = {"", "a.txt", "b.txt", "sub2", "sub2/e.txt", "z.txt"};
 
-// The folder whose first read sets off the removal, and what is removed.
-std::string gTrigger;
-std::string gVictim;
-bool gRemoved = false;
-
-long getdentsThenRemove(int fd, void* buffer, std::size_t size) {
-    const long n = seam::realSystemCalls().getdents64(fd, buffer, size);
-    std::error_code ec;
-    if (n > 0 && !gRemoved &&
-        std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), ec) == gTrigger) {
-        gRemoved = true;
-        std::filesystem::remove_all(gVictim, ec);
-    }
-    return n;
-}
-
 class RemovedDuringWalk : public LiveArrayTest {
 protected:
-    void SetUp() override {
-        LiveArrayTest::SetUp();
-        saved_ = seam::systemCalls();
-        seam::systemCalls().getdents64 = &getdentsThenRemove;
-    }
-    void TearDown() override {
-        seam::systemCalls() = saved_;
-        LiveArrayTest::TearDown();
-    }
-
-    // Both trees fresh, the next read of the tree's top folder removes its sub1.
+    // Both trees fresh; the walk's next read of the tree's top folder, once it has read
+    // it, finds its sub1 gone.
     void arm() {
         for (TempTree* t : {&tree, &control}) {
             for (const auto& f : kFiles) {
@@ -61,9 +33,8 @@ protected:
             }
             for (const char* d : {"", "sub1", "sub1/deep", "sub2"}) t->setMode(d, 0755);
         }
-        gTrigger = tree.root().native();
-        gVictim = tree.path("sub1").native();
-        gRemoved = false;
+        reads_ = 0;
+        removed_ = false;
     }
 
     // The walk over one of the trees, its failure rows; `report` false: no output asked for.
@@ -76,9 +47,20 @@ protected:
 
     TempTree tree;
     TempTree control;
+    int reads_ = 0;
+    bool removed_ = false;
 
 private:
-    seam::SystemCalls saved_{};
+    fl::sys::ScopedFaultHook hook_{[this](fl::sys::Call& c) {
+        std::error_code ec;
+        if (c.phase == fl::sys::Phase::Before && c.op == fl::sys::Op::Getdents64 && !removed_ &&
+            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(c.fd), ec) ==
+                tree.root() &&
+            reads_++ > 0) {
+            removed_ = std::filesystem::remove_all(tree.path("sub1"), ec) > 0;
+        }
+        return 0;
+    }};
 };
 
 TEST_F(RemovedDuringWalk, EveryWalkEndsNamesOnlyTheRemovedFolderAndLosesNothingElse) {
@@ -94,7 +76,7 @@ TEST_F(RemovedDuringWalk, EveryWalkEndsNamesOnlyTheRemovedFolderAndLosesNothingE
                 EXPECT_FALSE(f.cause.empty());
                 named = named || f.name == sub1;
             }
-            EXPECT_TRUE(gRemoved) << "the walk never read its top folder";
+            EXPECT_TRUE(removed_) << "the walk never read its top folder";
             // Where the walk would have changed the folder, its absence is reported.
             if (scope != "files") {
                 EXPECT_TRUE(named);
@@ -114,7 +96,7 @@ TEST_F(RemovedDuringWalk, WithoutAnOutputTheRemovedFolderIsTheErrorRaised) {
     EXPECT_EQ(error["identifier"], "QUORIN:io:filesystem:filePermissions:UnableToSetPermissions");
     EXPECT_EQ(error["arguments"],
               qfs::Json::array({tree.path("sub1").native(), "No such file or directory"}));
-    EXPECT_TRUE(gRemoved);
+    EXPECT_TRUE(removed_);
     // Entries listed before it were changed; the walk stopped there.
     EXPECT_EQ(tree.mode("a.txt"), 0444U);
     EXPECT_EQ(tree.mode("z.txt"), 0644U);

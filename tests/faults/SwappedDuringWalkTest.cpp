@@ -1,13 +1,14 @@
 // An entry swapped for a link to something outside the tree while a walk is under way,
-// made deterministic through the storage library's system-call seam: right after the walk
+// made deterministic through the system-call seam: right after the walk
 // has read the folder holding them, or right after it has read one's status, a file and
 // a folder there become links to a root-owned file and folder outside. Root walks a tree
 // owned by an unprivileged user, in every order and scope, with the kernel's fchmodat2
 // and with the C library's fallback: nothing outside ever changes.
-#include "SystemCalls.hpp"
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/Child.hpp"
 #include "zkfs/test/TempTree.hpp"
+
+#include "fl/sys/SystemCalls.hpp"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +27,7 @@
 namespace zkfs::test {
 namespace {
 
-namespace seam = foundation::storage::provider::detail;
+namespace sys = fl::sys;
 
 // The folder whose entries are swapped, the outside they are swapped to, and whether the
 // swap has happened.
@@ -52,44 +53,21 @@ void swap() {
     }
 }
 
-long swapAfterListing(int fd, void* buffer, std::size_t size) {
-    const long n = seam::realSystemCalls().getdents64(fd, buffer, size);
-    if (n == 0 && !gSwapped && pathOfDescriptor(fd) == gFolder) swap();
-    return n;
-}
-
-int swapAfterStatus(int dirfd, const char* path, int flags, unsigned mask, struct statx* out) {
-    const int rc = seam::realSystemCalls().statx(dirfd, path, flags, mask, out);
-    const std::string_view name(path);
-    if (!gSwapped && (name == "f" || name == "d") && pathOfDescriptor(dirfd) == gFolder) swap();
-    return rc;
-}
-
-int noFchmodat2(int /*dirfd*/, const char* /*path*/, mode_t /*mode*/, int /*flags*/) {
-    errno = ENOSYS;
-    return -1;
-}
-
-class SwappedDuringWalk : public ::testing::Test {
-protected:
-    void SetUp() override { saved_ = seam::systemCalls(); }
-    void TearDown() override { seam::systemCalls() = saved_; }
-
-private:
-    seam::SystemCalls saved_{};
-};
-
-TEST_F(SwappedDuringWalk, NoWalkFollowsAnEntrySwappedForALink) {
+TEST(SwappedDuringWalk, NoWalkFollowsAnEntrySwappedForALink) {
     if (!runningAsRoot()) GTEST_SKIP() << "root walks another user's tree here";
     for (const bool afterStatus : {false, true}) {
         for (const bool kernelCall : {true, false}) {
-            seam::systemCalls() = seam::realSystemCalls();
-            if (afterStatus) {
-                seam::systemCalls().statx = &swapAfterStatus;
-            } else {
-                seam::systemCalls().getdents64 = &swapAfterListing;
-            }
-            if (!kernelCall) seam::systemCalls().fchmodat2 = &noFchmodat2;
+            const sys::ScopedFaultHook hook([&](sys::Call& c) {
+                if (c.phase == sys::Phase::Before) {
+                    return !kernelCall && c.op == sys::Op::Fchmodat2 ? ENOSYS : 0;
+                }
+                const std::string_view name = c.name;
+                const bool listed = !afterStatus && c.op == sys::Op::Getdents64 && c.result == 0;
+                const bool read =
+                    afterStatus && c.op == sys::Op::Statx && (name == "f" || name == "d");
+                if (!gSwapped && (listed || read) && pathOfDescriptor(c.fd) == gFolder) swap();
+                return 0;
+            });
             for (const std::string request :
                  {"struct('Readable', true, 'OtherWrite', true)", "struct('Readable', false)",
                   "struct('OtherWrite', true)"}) {

@@ -2,8 +2,6 @@
 // host error, the same storage operations over the "file" and "mem" providers (both must
 // answer alike), what only the file provider has (links, names that are not UTF-8, FIFOs),
 // faults injected through the system-call seams, and the core's path text per convention.
-#include "Posix.hpp"
-#include "SystemCalls.hpp"
 #include "quorin/io/filesystem/core/Existence.hpp"
 #include "quorin/io/filesystem/core/Identifiers.hpp"
 #include "quorin/io/filesystem/core/PathComponents.hpp"
@@ -14,6 +12,7 @@
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
 #include "fl/filesystem/filesystem.hpp"
 #include "fl/i18n/unicode.hpp"
+#include "fl/sys/SystemCalls.hpp"
 #include "foundation/core/except/Exception.hpp"
 #include "foundation/storage/provider/MemProvider.hpp"
 #include "foundation/storage/utility/URL.hpp"
@@ -26,6 +25,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -44,7 +44,7 @@ namespace ids = QUORIN::io::filesystem::core;
 namespace vfs = foundation::storage::vfs;
 namespace provider = foundation::storage::provider;
 namespace fs = fl::filesystem;
-namespace seam = provider::detail;
+namespace sys = fl::sys;
 using core::FileSystemType;
 using Ext = provider::ExistenceTypeExtended;
 using Type = provider::ExistenceType;
@@ -492,27 +492,28 @@ TEST_F(FileProvider, NamesThatAreNotUtf8SurviveAndFifosDoNotBlock) {
     EXPECT_EQ(names(folder(u"").listAll())[0], "fifo?");
 }
 
-// Every way the core looks at the file fails, whichever it takes first.
-int failStatWithEIO(const char* operation, const std::string& path) {
-    const bool look = std::strcmp(operation, "stat") == 0 || std::strcmp(operation, "lstat") == 0 ||
-                      std::strcmp(operation, "realpath") == 0;
-    return look && path.ends_with("/f") ? EIO : 0;
-}
+using sys::Op;
+using sys::Phase;
 
 TEST_F(FileProvider, CoreFailuresAreCode5WithTheSystemTextAndTimesKeepMicroseconds) {
     tree_->makeFile("f");
     tree_->makeLink("f", "link");
-    const auto previous = core::posix::setFaultHook(&failStatWithEIO);
-    for (const bool follow : {false, true}) {
-        try {
-            (void)core::resolvePath(tree_->upath("f"), {follow, false, false});
-            ADD_FAILURE() << "no exception";
-        } catch (const vfs::Exception& e) {
-            EXPECT_EQ(std::tuple(e.getErrorCode(), e.getSystemText()),
-                      std::tuple(vfs::Exception::OtherIOError, std::string(std::strerror(EIO))));
+    {
+        // Every way the core looks at the file fails, whichever it takes first.
+        const sys::ScopedFaultHook eio([](sys::Call& c) {
+            return c.phase == Phase::Before && std::string_view(c.name).ends_with("/f") ? EIO : 0;
+        });
+        for (const bool follow : {false, true}) {
+            try {
+                (void)core::resolvePath(tree_->upath("f"), {follow, false, false});
+                ADD_FAILURE() << "no exception";
+            } catch (const vfs::Exception& e) {
+                EXPECT_EQ(
+                    std::tuple(e.getErrorCode(), e.getSystemText()),
+                    std::tuple(vfs::Exception::OtherIOError, std::string(std::strerror(EIO))));
+            }
         }
     }
-    core::posix::setFaultHook(previous);
     // 2001-02-03 04:05:06.789123456 UTC: microseconds are kept, the rest truncated.
     const struct timespec times[2] = {{981173106, 789123456}, {981173106, 789123456}};
     ASSERT_EQ(::utimensat(AT_FDCWD, tree_->path("f").c_str(), times, 0), 0);
@@ -521,66 +522,19 @@ TEST_F(FileProvider, CoreFailuresAreCode5WithTheSystemTextAndTimesKeepMicrosecon
               "2001-02-03T04:05:06.789123");
 }
 
-// Faults through the seam. The guard restores the real calls however a test ends.
-struct Counters {
-    int openat = 0, fstatat = 0, close = 0;
-    int interruptsLeft = 0;  // EINTR from this many calls first
-    int failWith = 0;        // then this errno, if set
-    std::vector<int> openFlags;
-} counters;
-
-// True, with errno set, when the next call is to fail.
-bool injectFault() {
-    if (counters.interruptsLeft > 0) {
-        --counters.interruptsLeft;
-        errno = EINTR;
-        return true;
-    }
-    errno = counters.failWith;
-    return counters.failWith != 0;
-}
-int countingOpenat(int dirfd, const char* path, int flags, mode_t mode) {
-    ++counters.openat;
-    counters.openFlags.push_back(flags);
-    return injectFault() ? -1 : seam::realSystemCalls().openat(dirfd, path, flags, mode);
-}
-int countingFstatat(int dirfd, const char* path, struct stat* st, int flags) {
-    ++counters.fstatat;
-    return seam::realSystemCalls().fstatat(dirfd, path, st, flags);
-}
-long faultyGetdents(int fd, void* buffer, std::size_t size) {
-    return injectFault() ? -1 : seam::realSystemCalls().getdents64(fd, buffer, size);
-}
-// As a file system without d_type answers: every entry's type is unknown.
-long unknownTypeGetdents(int fd, void* buffer, std::size_t size) {
-    const long n = seam::realSystemCalls().getdents64(fd, buffer, size);
-    for (long pos = 0; pos < n;
-         pos += reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + pos)->d_reclen)
-        reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + pos)->d_type = DT_UNKNOWN;
-    return n;
-}
-// Short writes, one byte at a time, so the loop must go on.
-ssize_t faultyWrite(int fd, const void* buffer, std::size_t size) {
-    return injectFault() ? -1 : seam::realSystemCalls().write(fd, buffer, size > 0 ? 1 : 0);
-}
-// The descriptor is gone, whatever close answers.
-int faultyClose(int fd) {
-    ++counters.close;
-    seam::realSystemCalls().close(fd);
-    errno = counters.failWith;
-    return -1;
-}
-
+// Faults through the seam: `fail(c)` answers for each call before it is made, `made(c)`
+// once it was made.
 class FileProviderFaults : public Storage {
 protected:
-    void SetUp() override {
-        init(false);
-        counters = {};
-    }
-    struct Guard {
-        seam::SystemCalls saved = seam::systemCalls();
-        ~Guard() { seam::systemCalls() = saved; }
-    } guard_;
+    void SetUp() override { init(false); }
+    std::function<int(sys::Call&)> fail = [](sys::Call&) { return 0; };
+    std::function<int(sys::Call&)> made = [](sys::Call&) { return 0; };
+    std::map<Op, int> calls;  // made so far, by kind
+    sys::ScopedFaultHook hook_{[this](sys::Call& c) {
+        if (c.phase == Phase::Before) return fail(c);
+        ++calls[c.op];
+        return made(c);
+    }};
 };
 
 TEST_F(FileProviderFaults, WalkReadsEachFolderOnceNeverThroughLinksAndEveryOpenIsCloseOnExec) {
@@ -591,13 +545,16 @@ TEST_F(FileProviderFaults, WalkReadsEachFolderOnceNeverThroughLinksAndEveryOpenI
     tree_->makeLink("a", "link");
     tree_->makeLink("..", "a/b/up");  // a loop back to a
     tree_->makeLink("self", "self");
-    seam::systemCalls().openat = &countingOpenat;
-    seam::systemCalls().fstatat = &countingFstatat;
+    std::vector<int> openFlags;
+    fail = [&](sys::Call& c) {
+        if (c.op == Op::Openat) openFlags.push_back(c.flags);
+        return 0;
+    };
     EXPECT_EQ(names(folder(u"").listAllRecursive()), (Names{"a/", "a/b/", "a/b/up@", "a/b/y", "a/x",
                                                             "c/", "c/z", "link@", "self@", "top"}));
-    EXPECT_EQ(counters.openat, 4);  // the root, a, a/b, c
-    EXPECT_EQ(counters.fstatat, 0);
-    for (int flags : counters.openFlags) EXPECT_NE(flags & O_DIRECTORY, 0);
+    EXPECT_EQ(calls[Op::Openat], 4);  // the root, a, a/b, c
+    EXPECT_EQ(calls[Op::Fstatat], 0);
+    for (int flags : openFlags) EXPECT_NE(flags & O_DIRECTORY, 0);
     // Links are files for listFiles, never folders; a folder given as a link is listed.
     EXPECT_EQ(names(folder(u"").listFolders()), (Names{"a/", "c/"}));
     EXPECT_EQ(names(folder(u"").listFiles()), (Names{"link@", "self@", "top"}));
@@ -606,59 +563,65 @@ TEST_F(FileProviderFaults, WalkReadsEachFolderOnceNeverThroughLinksAndEveryOpenI
     file(u"new").createFile();
     { IODevice r(file(u"a/x")); }
     { IODevice w(file(u"a/x"), IODevice::OpenMode::Write); }
-    { IODevice a(file(u"a/x"), IODevice::OpenMode::Append); }
-    ASSERT_GE(counters.openFlags.size(), 8U);
-    for (int flags : counters.openFlags) EXPECT_NE(flags & O_CLOEXEC, 0);
+    ASSERT_GE(openFlags.size(), 8U);
+    for (int flags : openFlags) EXPECT_NE(flags & O_CLOEXEC, 0);
 }
 
 TEST_F(FileProviderFaults, UnknownEntryTypesCostOneStatusEach) {
     tree_->makeFile("a/x");
     tree_->makeFile("top");
     tree_->makeLink("a", "link");
-    seam::systemCalls().getdents64 = &unknownTypeGetdents;
-    seam::systemCalls().fstatat = &countingFstatat;
+    made = [](sys::Call& c) {
+        // As a file system without d_type answers.
+        for (long at = 0; c.op == Op::Getdents64 && at < c.result;) {
+            auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(c.data) + at);
+            entry->d_type = DT_UNKNOWN;
+            at += entry->d_reclen;
+        }
+        return 0;
+    };
     EXPECT_EQ(names(folder(u"").listAllRecursive()), (Names{"a/", "a/x", "link@", "top"}));
-    EXPECT_EQ(counters.fstatat, 4);
+    EXPECT_EQ(calls[Op::Fstatat], 4);
 }
 
 TEST_F(FileProviderFaults, InterruptedCallsAreRetriedButCloseIsNot) {
     tree_->makeFile("d/f");
-    seam::systemCalls().getdents64 = &faultyGetdents;
-    counters.interruptsLeft = 2;
+    Op interrupted{};
+    int interrupts = 0;
+    fail = [&](sys::Call& c) {
+        if (c.op == Op::Write) c.size = std::min<std::size_t>(c.size, 1);  // short writes
+        return c.op == interrupted && interrupts > 0 && interrupts-- ? EINTR : 0;
+    };
+    const auto interrupt = [&](Op op, int times) { interrupted = op, interrupts = times; };
+    interrupt(Op::Getdents64, 2);
     EXPECT_EQ(folder(u"d").listAll().size(), 1U);
-    EXPECT_EQ(counters.interruptsLeft, 0);
-
-    seam::systemCalls().openat = &countingOpenat;
-    counters.interruptsLeft = 1;
+    EXPECT_EQ(interrupts, 0);
+    interrupt(Op::Openat, 1);
     file(u"new").createFile();
-    EXPECT_TRUE(std::filesystem::exists(tree_->path("new")));
-
-    seam::systemCalls().write = &faultyWrite;
-    counters.interruptsLeft = 1;
+    EXPECT_EQ(interrupts, 0);
+    interrupt(Op::Write, 1);
     write(u"new", "several bytes");
-    EXPECT_EQ(std::filesystem::file_size(tree_->path("new")), 13U);
+    EXPECT_EQ(std::tuple(interrupts, std::filesystem::file_size(tree_->path("new"))),
+              std::tuple(0, 13U));
 
-    seam::systemCalls() = seam::realSystemCalls();
-    seam::systemCalls().close = &faultyClose;
-    counters.failWith = EINTR;
+    made = [](sys::Call& c) { return c.op == Op::Close ? EINTR : 0; };
     IODevice device(file(u"g"), IODevice::OpenMode::Write);
+    calls.clear();
     EXPECT_NO_THROW(device.close());  // EINTR from close: the descriptor is gone anyway
-    EXPECT_EQ(counters.close, 1);
+    EXPECT_EQ(calls[Op::Close], 1);
 }
 
 TEST_F(FileProviderFaults, ReadWriteAndCloseFailuresCarryTheSystemText) {
     tree_->makeFile("d/f");
-    seam::systemCalls().getdents64 = &faultyGetdents;
-    counters.failWith = EIO;
+    fail = [](sys::Call& c) {
+        return c.op == Op::Getdents64 ? EIO : c.op == Op::Write ? ENOSPC : 0;
+    };
+    made = [](sys::Call& c) { return c.op == Op::Close ? EIO : 0; };
     EXPECT_IDENTIFIED_ERROR((void)folder(u"d").listAll(), "QUORIN:storage:ioError",
                             at(u"d").toString(), std::string("Input/output error"));
-    seam::systemCalls().close = &faultyClose;
     IODevice reader(file(u"d/f"));
     EXPECT_IDENTIFIED_ERROR(reader.close(), "QUORIN:storage:ioError", at(u"d/f").toString(),
                             std::string("Input/output error"));
-
-    seam::systemCalls().write = &faultyWrite;
-    counters.failWith = ENOSPC;
     IODevice writer(file(u"f"), IODevice::OpenMode::Write);
     EXPECT_IDENTIFIED_ERROR(writeTo(writer, "x"), "QUORIN:storage:ioError", at(u"f").toString(),
                             std::string("No space left on device"));

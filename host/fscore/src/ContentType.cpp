@@ -1,6 +1,7 @@
 #include "quorin/io/filesystem/core/ContentType.hpp"
 
 #include "Internal.hpp"
+#include "Posix.hpp"
 #include "quorin/io/filesystem/core/PathComponents.hpp"
 
 #include "fl/i18n/unicode.hpp"
@@ -184,7 +185,7 @@ fl::ustring getContentTypeCaller(const fl::ustring& path) {
     const std::string local = detail::localPathOf(path, isUrl);
 
     struct stat st {};
-    const bool exists = !local.empty() && ::stat(local.c_str(), &st) == 0;
+    const bool exists = !local.empty() && posix::statPath(local, st) == 0;
     if (exists && S_ISDIR(st.st_mode)) return fl::i18n::to_ustring(folderType);
 
     PathComponents parts;

@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
+
 namespace quorin::io::filesystem::core::detail {
 
 namespace vfs = foundation::storage::vfs;
@@ -41,7 +43,7 @@ void throwStorageError(int error, const std::string& nativePath) {
             throw vfs::Exception(vfs::Exception::NotFound, fileIRI(nativePath));
         default:
             throw vfs::Exception(vfs::Exception::OtherIOError, fileIRI(nativePath),
-                                 posix::errorText(error));
+                                 fl::sys::errorText(error));
     }
 }
 
@@ -60,6 +62,34 @@ std::string resolveExistingPrefix(const std::string& nativePath) {
         }
     }
     return nativePath;
+}
+
+ParentFolder openParent(const std::string& nativePath) {
+    ParentFolder out;
+    const std::size_t slash = nativePath.rfind('/');
+    if (nativePath == "/" || slash == std::string::npos) {
+        out.path = nativePath;
+        return out;
+    }
+    const std::string parent = slash == 0 ? std::string("/") : nativePath.substr(0, slash);
+    out.name = nativePath.substr(slash + 1);
+    // Met without a link, the parent is its own canonical form: one walk, nothing to name.
+    // So is it when the walk stopped before any link, at a name missing, no folder or
+    // closed: realpath(3) would stop there too.
+    out.folder = posix::openWithoutLinks(parent, O_DIRECTORY);
+    const int stopped = out.folder.valid() ? 0 : errno;
+    if (stopped == 0 || stopped == ENOENT || stopped == ENOTDIR || stopped == EACCES) {
+        out.path = nativePath;
+        return out;
+    }
+    out.folder = fl::sys::openat(AT_FDCWD, parent.c_str(), O_PATH | O_DIRECTORY);
+    std::string resolved;
+    if (!out.folder.valid() || !posix::kernelName(out.folder.get(), resolved)) {
+        resolved = resolveExistingPrefix(parent);
+    }
+    if (resolved.back() != '/') resolved.push_back('/');
+    out.path = resolved + out.name;
+    return out;
 }
 
 std::string localPathOf(const fl::ustring& text, bool isUrl) {

@@ -1,6 +1,7 @@
 #pragma once
 // Helpers shared by the core's sources: local paths in their native UTF-8 form, their file
 // IRIs, and the mapping of errno values to storage errors.
+#include "fl/sys/SystemCalls.hpp"
 #include "fl/ustring.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
 
@@ -23,6 +24,16 @@ foundation::storage::vfs::AbsoluteIRI fileIRI(const std::string& nativePath);
 // Resolves every link in the longest prefix of an absolute, native path that exists and
 // appends the rest unchanged; never fails ("/" always exists).
 std::string resolveExistingPrefix(const std::string& nativePath);
+
+// An absolute, native path with the links of its existing parent folders resolved (as
+// resolveExistingPrefix does for the parent), the last name kept as it is, and that
+// parent opened (O_PATH | O_DIRECTORY) when it is a folder. The root has no parent.
+struct ParentFolder {
+    std::string path;
+    std::string name;
+    fl::sys::UniqueFd folder;
+};
+ParentFolder openParent(const std::string& nativePath);
 
 // The local path (UTF-8) that a text names: the text itself when it is no IRI, the path of
 // a "file:" IRI, "" for other IRIs and for IRIs that do not parse.

@@ -204,7 +204,54 @@ ResolvePathResultWithAttributes resolveWithAttributes(const fl::ustring& path,
     return resolveIRI(parseLocation(path), options, wantAttributes);
 }
 
+// A local name's own status, one lstat(2); only a link is followed.
+LinkInspection inspectLocal(const fl::ustring& path, bool wantTarget) {
+    LinkInspection out;
+    if (path.empty()) return out;
+    const std::string native = detail::nativeUtf8(path);
+    const std::string probed = namesFolderOnly(path) && native != "/" ? native + '/' : native;
+    struct stat self {};
+    if (const int e = posix::lstatPath(probed, self)) {
+        if (isNothingThere(e)) return out;
+        detail::throwStorageError(e, native);
+    }
+    if (!S_ISLNK(self.st_mode)) return out;
+    out.isLink = true;
+    std::string target;
+    struct stat reached {};
+    const int e =
+        wantTarget ? posix::followPath(native, target, nullptr) : posix::statPath(native, reached);
+    if (e == 0) {
+        out.leads = true;
+        out.target = fl::i18n::to_ustring(target);
+    } else if (e != ENOENT && e != ELOOP) {
+        detail::throwStorageError(e, native);
+    }
+    return out;
+}
+
 }  // namespace
+
+LinkInspection inspectLink(const fl::ustring& path, bool wantTarget) {
+    if (!vfs::hasIRIPrefix(path)) return inspectLocal(path, wantTarget);
+    const vfs::AbsoluteIRI iri = parseLocation(path);
+    if (detail::lowerAscii(iri.getScheme()) == u"file") {
+        fl::ustring local;
+        try {
+            local = vfs::fromAbsoluteIRI(iri);
+        } catch (const vfs::InvalidIRIException&) {
+            throw vfs::Exception(vfs::Exception::InvalidLocation, iri);
+        }
+        return inspectLocal(local, wantTarget);
+    }
+    const ExistenceTypeExtended found =
+        vfs::existsExtended(iri, Hexfarrow::QuorinStorageSystem::GetStorageSystemReference());
+    LinkInspection out;
+    out.leads = found == ExistenceTypeExtended::SymbolicLinkToFile ||
+                found == ExistenceTypeExtended::SymbolicLinkToFolder;
+    out.isLink = out.leads || found == ExistenceTypeExtended::BrokenSymbolicLink;
+    return out;
+}
 
 ResolvePathResult resolvePath(const fl::ustring& path, const ResolvePathOptions& options) {
     ResolvePathResultWithAttributes full = resolveWithAttributes(path, options, false);
@@ -231,15 +278,9 @@ bool setupPathForURLConstruction(fl::ustring& path, ResolveSymbolicLinks mode, b
         case ResolveSymbolicLinks::All:
             prepared = detail::resolveExistingPrefix(native);
             break;
-        case ResolveSymbolicLinks::AllButLast: {
-            const std::size_t slash = native.rfind('/');
-            if (native == "/" || slash == std::string::npos) break;
-            prepared = detail::resolveExistingPrefix(slash == 0 ? std::string("/")
-                                                                : native.substr(0, slash));
-            if (prepared.back() != '/') prepared.push_back('/');
-            prepared.append(native, slash + 1);
+        case ResolveSymbolicLinks::AllButLast:
+            prepared = detail::openParent(native).path;
             break;
-        }
     }
     path = fl::i18n::to_ustring(prepared);
     return false;

@@ -1,9 +1,9 @@
 #include "fl/filesystem/filesystem.hpp"
 #include "fl/i18n/unicode.hpp"
+#include "fl/sys/SystemCalls.hpp"
 #include "resource_core/BaseMsgID.hpp"
 
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace fl::filesystem {
@@ -48,8 +48,7 @@ PathNotFound* PathNotFound::clone() const { return new PathNotFound(*this); }
 void PathNotFound::rethrow() const { throw PathNotFound(*this); }
 
 SystemError::SystemError(int errorCode, const fl::ustring& path)
-    : FsysExceptionBase(SystemErrorID(path, std::system_category().message(errorCode), errorCode),
-                        path),
+    : FsysExceptionBase(SystemErrorID(path, fl::sys::errorText(errorCode), errorCode), path),
       code_(errorCode) {}
 SystemError::~SystemError() = default;
 SystemError* SystemError::clone() const { return new SystemError(*this); }

@@ -1,16 +1,17 @@
 #include "fl/filesystem/filesystem.hpp"
 
 #include "fl/i18n/unicode.hpp"
+#include "fl/sys/SystemCalls.hpp"
 
 #include <cerrno>
-#include <cstdlib>
-#include <memory>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace fl::filesystem {
+
+namespace sys = fl::sys;
 
 static_assert(file_status::file_type_mask == S_IFMT);
 static_assert(file_status::socket_file == S_IFSOCK);
@@ -41,20 +42,21 @@ bool isAbsolute(const fl::ustring& path) { return !path.empty() && path.front() 
 }  // namespace
 
 fl::ustring current_path() {
-    std::unique_ptr<char, decltype(&std::free)> cwd(getcwd(nullptr, 0), &std::free);
-    if (!cwd) throw SystemError(errno, u".");
-    return fl::i18n::to_ustring(cwd.get());
+    std::string cwd;
+    if (!sys::getcwd(cwd)) throw SystemError(errno, u".");
+    return fl::i18n::to_ustring(cwd);
 }
 
 file_status status(const fl::ustring& path) {
     const std::string native = fl::i18n::to_utf8(path);
     struct stat st {};
-    if (::stat(native.c_str(), &st) == 0) return fromStat(st);
+    if (sys::fstatat(AT_FDCWD, native.c_str(), st, 0) == 0) return fromStat(st);
     const int err = errno;
     if (err == ENOENT || err == ELOOP) {
         // The name may exist as a link that leads nowhere: that is no missing name.
         struct stat lst {};
-        if (::lstat(native.c_str(), &lst) == 0 && S_ISLNK(lst.st_mode)) {
+        if (sys::fstatat(AT_FDCWD, native.c_str(), lst, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISLNK(lst.st_mode)) {
             throw SystemError(ENOENT, path);
         }
     }
@@ -65,7 +67,7 @@ file_status status(const fl::ustring& path) {
 file_status symlink_status(const fl::ustring& path) {
     const std::string native = fl::i18n::to_utf8(path);
     struct stat st {};
-    if (::lstat(native.c_str(), &st) == 0) return fromStat(st);
+    if (sys::fstatat(AT_FDCWD, native.c_str(), st, AT_SYMLINK_NOFOLLOW) == 0) return fromStat(st);
     const int err = errno;
     if (err == ENOENT || err == ENOTDIR) return {};
     if (err == EACCES) throw AccessDenied(path);
@@ -80,10 +82,9 @@ fl::ustring canonical(const fl::ustring& path, const fl::ustring& base) {
         full = root + path;
     }
     const std::string native = fl::i18n::to_utf8(full);
-    std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(native.c_str(), nullptr),
-                                                         &std::free);
-    if (!resolved) throwFor(errno, path);
-    return fl::i18n::to_ustring(resolved.get());
+    std::string resolved;
+    if (!sys::realpath(native.c_str(), resolved)) throwFor(errno, path);
+    return fl::i18n::to_ustring(resolved);
 }
 
 fl::ustring absolute(const fl::ustring& path) {
@@ -97,13 +98,12 @@ fl::ustring absolute(const fl::ustring& path) {
 bool remove(const fl::ustring& path) {
     const std::string native = fl::i18n::to_utf8(path);
     struct stat st {};
-    if (::lstat(native.c_str(), &st) != 0) {
+    if (sys::fstatat(AT_FDCWD, native.c_str(), st, AT_SYMLINK_NOFOLLOW) != 0) {
         const int err = errno;
         if (err == ENOENT || err == ENOTDIR) return false;
         throwFor(err, path);
     }
-    const int rc = S_ISDIR(st.st_mode) ? ::rmdir(native.c_str()) : ::unlink(native.c_str());
-    if (rc != 0) {
+    if (sys::unlinkat(AT_FDCWD, native.c_str(), S_ISDIR(st.st_mode) ? AT_REMOVEDIR : 0) != 0) {
         const int err = errno;
         // Gone between the two calls: someone else removed it, which is what was asked.
         if (err == ENOENT) return false;

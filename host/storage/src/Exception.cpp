@@ -1,7 +1,9 @@
 #include "foundation/storage/vfs/Exception.hpp"
 
+#include "fl/sys/SystemCalls.hpp"
 #include "resource_core/BaseMsgID.hpp"
 
+#include <cerrno>
 #include <string>
 #include <utility>
 
@@ -72,6 +74,30 @@ Exception::Exception(int code, const AbsoluteIRI& location, const std::string& o
       location_(location),
       osText_(osText) {}
 Exception::~Exception() = default;
+
+Exception Exception::fromSystemError(int error, const AbsoluteIRI& location) {
+    int code = OtherIOError;
+    switch (error) {
+        case ENOENT:
+        case ENOTDIR:
+            code = NotFound;
+            break;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            code = PermissionDenied;
+            break;
+        case EEXIST:
+            code = AlreadyExists;
+            break;
+        case ENAMETOOLONG:
+            code = InvalidLocation;
+            break;
+        default:
+            break;
+    }
+    return Exception(code, location, fl::sys::errorText(error));
+}
 Exception* Exception::clone() const { return new Exception(*this); }
 void Exception::rethrow() const { throw Exception(*this); }
 

@@ -1,11 +1,11 @@
 // The "file" provider: the local file system through POSIX calls, all of them through the
-// SystemCalls seam.
+// system-call seam.
 #include "IRIText.hpp"
 #include "LocalFiles.hpp"
 #include "Providers.hpp"
-#include "SystemCalls.hpp"
 
 #include "fl/i18n/unicode.hpp"
+#include "fl/sys/SystemCalls.hpp"
 #include "foundation/storage/vfs/Exception.hpp"
 
 #include <algorithm>
@@ -13,7 +13,6 @@
 #include <fnmatch.h>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <dirent.h>
@@ -25,14 +24,13 @@ namespace foundation::storage::provider {
 
 namespace {
 
-using detail::retryOnEintr;
-using detail::systemCalls;
-using detail::UniqueFd;
+namespace sys = fl::sys;
+using sys::UniqueFd;
 using vfs::AbsoluteIRI;
 using vfs::ListEntry;
 
 [[noreturn]] void fail(int err, const AbsoluteIRI& location) {
-    throw detail::systemError(err, location);
+    throw vfs::Exception::fromSystemError(err, location);
 }
 
 // The local path a location names; "file://" and foreign hosts name nothing here.
@@ -109,24 +107,20 @@ private:
 
     void descend(int parent, const std::string& raw, const std::string& text) {
         // O_NOFOLLOW: a folder swapped for a link since the read is not entered.
-        const int fd = retryOnEintr([&] {
-            return systemCalls().openat(parent, raw.c_str(),
-                                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC, 0);
-        });
-        if (fd < 0) {
+        const UniqueFd child =
+            sys::openat(parent, raw.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+        if (!child.valid()) {
             const int err = errno;
             if (err == ENOTDIR || err == ELOOP || err == ENOENT) return;
             fail(err, AbsoluteIRI::fromTrustedText(text));
         }
-        UniqueFd child(fd);
         listFolder(child.get(), text);
     }
 
     std::vector<RawEntry> readEntries(int fd, const std::string& prefix) {
         std::vector<RawEntry> entries;
         for (;;) {
-            const long n = retryOnEintr(
-                [&] { return systemCalls().getdents64(fd, buffer_.data(), buffer_.size()); });
+            const long n = sys::getdents64(fd, buffer_.data(), buffer_.size());
             if (n < 0) {
                 const int err = errno;
                 // The folder itself; only the root's prefix ("file://") lacks its "/".
@@ -160,7 +154,7 @@ private:
                     case DT_UNKNOWN: {
                         // Only file systems without d_type cost a status call per entry.
                         struct stat st {};
-                        if (systemCalls().fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                        if (sys::fstatat(fd, name, st, AT_SYMLINK_NOFOLLOW) != 0) {
                             const int err = errno;
                             if (err == ENOENT) continue;  // removed since the read
                             std::string text = prefix + '/';
@@ -193,24 +187,21 @@ public:
         : fd_(std::move(fd)), location_(std::move(location)) {}
 
     std::size_t read(std::span<std::byte> buffer) override {
-        const ssize_t n = retryOnEintr(
-            [&] { return systemCalls().read(fd_.get(), buffer.data(), buffer.size()); });
+        const long n = sys::read(fd_.get(), buffer.data(), buffer.size());
         if (n < 0) fail(errno, location_);
         return static_cast<std::size_t>(n);
     }
 
     void write(std::span<const std::byte> data) override {
         while (!data.empty()) {
-            const ssize_t n = retryOnEintr(
-                [&] { return systemCalls().write(fd_.get(), data.data(), data.size()); });
+            const long n = sys::write(fd_.get(), data.data(), data.size());
             if (n < 0) fail(errno, location_);
             data = data.subspan(static_cast<std::size_t>(n));
         }
     }
 
     void close() override {
-        // EINTR from close still closed the descriptor on Linux.
-        if (fd_.close() != 0 && errno != EINTR) fail(errno, location_);
+        if (fd_.close() != 0) fail(errno, location_);
     }
 
 private:
@@ -223,7 +214,7 @@ public:
     ExistenceType exists(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
         struct stat st {};
-        if (systemCalls().fstatat(AT_FDCWD, path.c_str(), &st, 0) != 0) {
+        if (sys::fstatat(AT_FDCWD, path.c_str(), st, 0) != 0) {
             const int err = errno;
             if (err == ENOENT || err == ENOTDIR || err == ELOOP) return ExistenceType::DoesNotExist;
             fail(err, location);
@@ -238,36 +229,33 @@ public:
 
     void createFile(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
-        const int fd = retryOnEintr([&] {
-            return systemCalls().openat(AT_FDCWD, path.c_str(),
-                                        O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0666);
-        });
-        if (fd < 0) {
+        UniqueFd file =
+            sys::openat(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOCTTY, 0666);
+        if (!file.valid()) {
             const int err = errno;
             // A trailing "/" on an existing folder's name answers EISDIR: it exists.
             fail(err == EISDIR ? EEXIST : err, location);
         }
-        UniqueFd file(fd);
-        if (file.close() != 0 && errno != EINTR) {
+        if (file.close() != 0) {
             const int err = errno;
-            systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0);
+            sys::unlinkat(AT_FDCWD, path.c_str(), 0);
             fail(err, location);
         }
     }
 
     void removeFile(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
-        if (systemCalls().unlinkat(AT_FDCWD, path.c_str(), 0) != 0) fail(errno, location);
+        if (sys::unlinkat(AT_FDCWD, path.c_str(), 0) != 0) fail(errno, location);
     }
 
     void createFolder(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
-        if (systemCalls().mkdirat(AT_FDCWD, path.c_str(), 0777) != 0) fail(errno, location);
+        if (sys::mkdirat(AT_FDCWD, path.c_str(), 0777) != 0) fail(errno, location);
     }
 
     void removeFolder(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
-        if (systemCalls().unlinkat(AT_FDCWD, path.c_str(), AT_REMOVEDIR) != 0) {
+        if (sys::unlinkat(AT_FDCWD, path.c_str(), AT_REMOVEDIR) != 0) {
             fail(errno, location);
         }
     }
@@ -275,21 +263,21 @@ public:
     Attributes getAttributes(const AbsoluteIRI& location) const override {
         const std::string path = localPath(location);
         struct stat st {};
-        if (systemCalls().fstatat(AT_FDCWD, path.c_str(), &st, 0) != 0) fail(errno, location);
+        if (sys::fstatat(AT_FDCWD, path.c_str(), st, 0) != 0) fail(errno, location);
         Attributes a;
         a.isFolder = S_ISDIR(st.st_mode);
         a.size = static_cast<std::uint64_t>(st.st_size);
         a.lastModified = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL +
                          static_cast<std::int64_t>(st.st_mtim.tv_nsec);
         // The effective ids decide, as they do for the open that would follow.
-        a.readable = systemCalls().faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
-        a.writable = systemCalls().faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+        a.readable = sys::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
+        a.writable = sys::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
         return a;
     }
 
     std::unique_ptr<Stream> open(const AbsoluteIRI& location, OpenMode mode) const override {
         const std::string path = localPath(location);
-        int flags = O_CLOEXEC | O_NOCTTY;
+        int flags = O_NOCTTY;
         switch (mode) {
             // Non-blocking while opening, so that a FIFO without a writer cannot hang us.
             case OpenMode::Read:
@@ -302,22 +290,18 @@ public:
                 flags |= O_WRONLY | O_CREAT | O_APPEND;
                 break;
         }
-        const int fd =
-            retryOnEintr([&] { return systemCalls().openat(AT_FDCWD, path.c_str(), flags, 0666); });
-        if (fd < 0) {
+        UniqueFd file = sys::openat(AT_FDCWD, path.c_str(), flags, 0666);
+        if (!file.valid()) {
             const int err = errno;
             if (err == EISDIR) throw vfs::Exception(vfs::Exception::InvalidLocation, location);
             fail(err, location);
         }
-        UniqueFd file(fd);
         if (mode == OpenMode::Read) {
             struct stat st {};
-            if (systemCalls().fstatat(file.get(), "", &st, AT_EMPTY_PATH) != 0) {
-                fail(errno, location);
-            }
+            if (sys::fstatat(file.get(), "", st, AT_EMPTY_PATH) != 0) fail(errno, location);
             if (S_ISDIR(st.st_mode))
                 throw vfs::Exception(vfs::Exception::InvalidLocation, location);
-            if (systemCalls().fcntl(file.get(), F_SETFL, 0) != 0) fail(errno, location);
+            if (sys::fcntl(file.get(), F_SETFL, 0) != 0) fail(errno, location);
         }
         return std::make_unique<FileStream>(std::move(file), location);
     }
@@ -341,34 +325,10 @@ public:
 
 namespace detail {
 
-vfs::Exception systemError(int err, const AbsoluteIRI& location) {
-    int code = vfs::Exception::OtherIOError;
-    switch (err) {
-        case ENOENT:
-        case ENOTDIR:
-            code = vfs::Exception::NotFound;
-            break;
-        case EACCES:
-        case EPERM:
-        case EROFS:
-            code = vfs::Exception::PermissionDenied;
-            break;
-        case EEXIST:
-            code = vfs::Exception::AlreadyExists;
-            break;
-        case ENAMETOOLONG:
-            code = vfs::Exception::InvalidLocation;
-            break;
-        default:
-            break;
-    }
-    return {code, location, std::system_category().message(err)};
-}
-
 ExistenceTypeExtended existsExtendedAt(int dirfd, const char* name,
                                        const std::function<AbsoluteIRI()>& location) {
     struct stat st {};
-    if (systemCalls().fstatat(dirfd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (sys::fstatat(dirfd, name, st, AT_SYMLINK_NOFOLLOW) != 0) {
         const int err = errno;
         if (err == ENOENT || err == ENOTDIR) return ExistenceTypeExtended::DoesNotExist;
         fail(err, location());
@@ -376,7 +336,7 @@ ExistenceTypeExtended existsExtendedAt(int dirfd, const char* name,
     if (!S_ISLNK(st.st_mode)) {
         return S_ISDIR(st.st_mode) ? ExistenceTypeExtended::Folder : ExistenceTypeExtended::File;
     }
-    if (systemCalls().fstatat(dirfd, name, &st, 0) != 0) {
+    if (sys::fstatat(dirfd, name, st, 0) != 0) {
         const int err = errno;
         if (err == ENOENT || err == ENOTDIR || err == ELOOP) {
             return ExistenceTypeExtended::BrokenSymbolicLink;
@@ -389,18 +349,15 @@ ExistenceTypeExtended existsExtendedAt(int dirfd, const char* name,
 
 UniqueFd openFolderToList(const AbsoluteIRI& location) {
     const std::string path = localPath(location);
-    const int fd = retryOnEintr([&] {
-        return systemCalls().openat(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-    });
-    if (fd < 0) {
+    UniqueFd dir = sys::openat(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
+    if (!dir.valid()) {
         const int err = errno;
         if (err == ENOTDIR && fileProvider().exists(location) == ExistenceType::File) {
-            throw vfs::Exception(vfs::Exception::InvalidLocation, location,
-                                 std::system_category().message(err));
+            throw vfs::Exception(vfs::Exception::InvalidLocation, location, sys::errorText(err));
         }
         fail(err, location);
     }
-    return UniqueFd(fd);
+    return dir;
 }
 
 }  // namespace detail

@@ -1,10 +1,10 @@
-// The descriptor-relative tree walk: every call through the SystemCalls seam.
+// The descriptor-relative tree walk: every call through the system-call seam.
 #include "foundation/storage/provider/TreeWalk.hpp"
 
 #include "LocalFiles.hpp"
-#include "SystemCalls.hpp"
 
 #include "fl/i18n/unicode.hpp"
+#include "fl/sys/SystemCalls.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -33,11 +33,10 @@ bool TreeVisitor::wantsLeave() const { return false; }
 
 namespace {
 
-using detail::retryOnEintr;
-using detail::systemCalls;
-using detail::UniqueFd;
+namespace sys = fl::sys;
+using sys::UniqueFd;
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 constexpr std::size_t kReadBuffer = std::size_t{64} * 1024;
 
 // A quarter of the descriptors the process may hold, so the caller keeps the rest.
@@ -95,7 +94,7 @@ struct Identity {
 
 Identity identityOf(int fd) {
     struct stat st {};
-    if (systemCalls().fstatat(fd, "", &st, AT_EMPTY_PATH) != 0) return {};
+    if (sys::fstatat(fd, "", st, AT_EMPTY_PATH) != 0) return {};
     return {st.st_dev, st.st_ino, true};
 }
 
@@ -164,15 +163,15 @@ std::string Walker::pathOf(std::string_view name) const {
 }
 
 void Walker::refuse(std::string path, int err, bool opening, const vfs::AbsoluteIRI& location) {
-    visitor_.refused({std::move(path), err, opening, detail::systemError(err, location)});
+    visitor_.refused(
+        {std::move(path), err, opening, vfs::Exception::fromSystemError(err, location)});
 }
 
 // The whole folder, or false (reported) when it cannot be read.
 bool Walker::read(Level& level) {
     const int fd = level.fd.get();
     for (;;) {
-        const long n = retryOnEintr(
-            [&] { return systemCalls().getdents64(fd, buffer_.data(), buffer_.size()); });
+        const long n = sys::getdents64(fd, buffer_.data(), buffer_.size());
         if (n < 0) {
             const int err = errno;
             std::string path = pathOf("");
@@ -200,7 +199,7 @@ bool Walker::read(Level& level) {
                 kind = EntryKind::SymbolicLink;
             } else if (type == DT_UNKNOWN) {
                 struct stat st {};
-                if (systemCalls().fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                if (sys::fstatat(fd, name, st, AT_SYMLINK_NOFOLLOW) != 0) {
                     const int err = errno;
                     if (err == ENOENT) continue;  // removed since the read
                     // As a listing does: the folder fails, naming the entry.
@@ -236,10 +235,7 @@ void Walker::reopen(std::size_t index) {
     Level& level = levels_[index];
     // Through ".." of the folder below, when that is still the folder left.
     if (index + 1 < levels_.size() && levels_[index + 1].fd.valid() && level.identity.known) {
-        UniqueFd up(retryOnEintr([&] {
-            return systemCalls().openat(levels_[index + 1].fd.get(), "..",
-                                        O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-        }));
+        UniqueFd up = sys::openat(levels_[index + 1].fd.get(), "..", O_RDONLY | O_DIRECTORY);
         const Identity found = up.valid() ? identityOf(up.get()) : Identity{};
         if (found.known && found.dev == level.identity.dev && found.ino == level.identity.ino) {
             adopt(level, std::move(up));
@@ -253,10 +249,7 @@ void Walker::reopen(std::size_t index) {
     int err = 0;
     for (std::size_t i = from; i <= index && err == 0; ++i) {
         Level& step = levels_[i];
-        UniqueFd fd(retryOnEintr([&] {
-            return systemCalls().openat(levels_[i - 1].fd.get(), step.name.c_str(), kFolderFlags,
-                                        0);
-        }));
+        UniqueFd fd = sys::openat(levels_[i - 1].fd.get(), step.name.c_str(), kFolderFlags);
         if (!fd.valid()) {
             err = errno;
             break;
@@ -278,8 +271,7 @@ void Walker::reopen(std::size_t index) {
 
 void Walker::descend(std::size_t entry) {
     const TreeEntry& folder = levels_.back().entries[entry];
-    UniqueFd opened(retryOnEintr(
-        [&] { return systemCalls().openat(here(), folder.name.c_str(), kFolderFlags, 0); }));
+    UniqueFd opened = sys::openat(here(), folder.name.c_str(), kFolderFlags);
     if (!opened.valid()) {
         const int err = errno;
         std::string path = pathOf(folder.name);
@@ -348,11 +340,9 @@ bool Walker::readOnlyFileSystem(dev_t dev, const std::string& name) {
     }
     // Once per file system met: the entry itself, so a mount point answers for its own.
     bool readOnly = true;
-    const UniqueFd entry(retryOnEintr([&] {
-        return systemCalls().openat(here(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC, 0);
-    }));
+    const UniqueFd entry = sys::openat(here(), name.c_str(), O_PATH | O_NOFOLLOW);
     struct statfs fs {};
-    if (entry.valid() && systemCalls().fstatfs(entry.get(), &fs) == 0) {
+    if (entry.valid() && sys::fstatfs(entry.get(), fs) == 0) {
         readOnly = (static_cast<unsigned long>(fs.f_flags) & ST_RDONLY) != 0;
     }
     readOnly_.emplace_back(dev, readOnly);
@@ -362,7 +352,7 @@ bool Walker::readOnlyFileSystem(dev_t dev, const std::string& name) {
 int Walker::status(const std::string& name, EntryStatus& out) {
     struct statx st {};
     constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_UID;
-    if (systemCalls().statx(here(), name.c_str(), AT_SYMLINK_NOFOLLOW, kWanted, &st) != 0) {
+    if (sys::statx(here(), name.c_str(), AT_SYMLINK_NOFOLLOW, kWanted, st) != 0) {
         return errno;
     }
     out.kind = kindOfMode(st.stx_mode);
@@ -378,17 +368,12 @@ int Walker::status(const std::string& name, EntryStatus& out) {
 }
 
 int Walker::setMode(const std::string& name, unsigned mode) {
-    const auto change = [&](auto call) {
-        return retryOnEintr([&] {
-            return call(here(), name.c_str(), static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW);
-        });
-    };
     if (!noFchmodat2_) {
-        if (change(systemCalls().fchmodat2) == 0) return 0;
+        if (sys::fchmodat2(here(), name.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0) return 0;
         if (errno != ENOSYS) return errno;
         noFchmodat2_ = true;
     }
-    return change(systemCalls().fchmodat) == 0 ? 0 : errno;
+    return sys::fchmodat(here(), name.c_str(), mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 ExistenceTypeExtended Walker::existence(const std::string& name) {

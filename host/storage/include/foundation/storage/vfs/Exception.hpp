@@ -9,6 +9,9 @@
 //   4 not found ("QUORIN:storage:notFound"),
 //   5 any other I/O failure ("QUORIN:storage:ioError", with the operating system's text).
 //   The first message argument is always the location text.
+//   Exception::fromSystemError(errno, location): the code for a failed system call on a
+//   location, with the system's text: ENOENT, ENOTDIR 4; EACCES, EPERM, EROFS 2; EEXIST
+//   3; ENAMETOOLONG 1; anything else 5.
 // - InvalidIRIException(text): a text is no absolute IRI ("QUORIN:storage:invalidIRI").
 // - UnsupportedIRISchemeException(iriText, scheme): no provider serves the scheme
 //   ("QUORIN:storage:unsupportedScheme").
@@ -50,6 +53,7 @@ public:
 
     // Codes outside 1..5 are kept as given and reported with the I/O text.
     Exception(int code, const AbsoluteIRI& location, const std::string& osText = {});
+    static Exception fromSystemError(int error, const AbsoluteIRI& location);
     ~Exception() override;
     [[nodiscard]] Exception* clone() const override;
     [[noreturn]] void rethrow() const override;

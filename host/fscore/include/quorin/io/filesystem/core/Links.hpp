@@ -1,5 +1,18 @@
 #pragma once
-// Making symbolic links and the folders they go in.
+// Making empty files, symbolic links and the folders they go in.
+//
+// createEmptyFile(path, replace, storage): prepares path in place, as
+// setupPathForURLConstruction(path, AllButLast, false) does, and makes an empty file
+// there. A local path whose parent folder exists is made with one exclusive open
+// relative to that folder (O_CREAT | O_EXCL | O_NOFOLLOW: nothing is ever made through a
+// link); otherwise, and for an IRI text, through the storage library: the missing parent
+// levels first (createParentIfNeeded), then File::createFile. When anything already has
+// the name: code 3, unless `replace`, which removes it and creates once more (no
+// rollback: when that fails, the old file stays removed). Failures throw what the storage
+// library throws for the same operation (vfs::Exception codes as
+// Exception::fromSystemError, located at the file; InvalidIRIException;
+// UnsupportedIRISchemeException); path keeps its prepared form, unless the preparation
+// itself failed. Parent levels made before a failure stay.
 //
 // createSymbolicLink(target, link): symlink(2). The target is stored exactly as given (a
 // relative target is read by the system relative to the link's folder); the link is a
@@ -17,6 +30,9 @@
 #include "foundation/storage/vfs/StorageSystem.hpp"
 
 namespace quorin::io::filesystem::core {
+
+void createEmptyFile(fl::ustring& path, bool replace,
+                     const foundation::storage::vfs::StorageSystemReference& storage);
 
 void createSymbolicLink(const fl::ustring& target, const fl::ustring& link);
 

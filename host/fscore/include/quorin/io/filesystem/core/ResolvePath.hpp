@@ -36,6 +36,15 @@
 // the size (0 for folders). Attributes follow links, as the open that would use them
 // does. For a location that is not there: false, false, not-a-date-time, 0.
 //
+// inspectLink(path, wantTarget): whether a path names a symbolic link itself, asked with
+// one lstat(2) of the name made absolute and cleaned as above ("name/" follows a link,
+// so it names none); only a link is followed. `leads` when following reaches something
+// (false for a dangling link or a loop); with wantTarget `target` is then the canonical
+// path it leads to (realpath(3)). "file:" IRIs name local paths; other schemes answer
+// through their provider, without a target. Throws as resolvePath does, and also when
+// following a link fails otherwise than for nothing there (ENOTDIR code 4, EACCES 2,
+// else 5).
+//
 // setupPathForURLConstruction(path, mode, mustExist) prepares a path for IRI building,
 // in place. An IRI text ("scheme://...") is left as it is and answers true. A local path
 // is made absolute and cleaned as above and answers false; mode says which links are
@@ -79,6 +88,14 @@ struct ResolvePathResultWithAttributes : ResolvePathResult {
 };
 
 ResolvePathResult resolvePath(const fl::ustring& path, const ResolvePathOptions& options);
+
+struct LinkInspection {
+    bool isLink = false;
+    bool leads = false;
+    fl::ustring target;
+};
+
+LinkInspection inspectLink(const fl::ustring& path, bool wantTarget);
 
 ResolvePathResultWithAttributes resolvePathWithAttributes(const fl::ustring& path,
                                                           const ResolvePathOptions& options);
