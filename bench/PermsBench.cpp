@@ -4,8 +4,10 @@
 // BM_ModifyPerms_<Scope><Walk>: one modifyPerms_impl call (one output, so failures are
 // collected rather than thrown) over the tree with scope "all" or "files". The request
 // picks the walk: "Readable" true (top-down), false (bottom-up) or absent (flat); each
-// also names one more bit so the peer's mode string is the same change. Every iteration
-// applies the same change again, as a repeated `chmod -R` does.
+// also names one more bit so the peer's mode string is the same change. Before every
+// iteration (outside the timing) `chmod -R UNDO` takes the change back, so each one
+// really changes every entry, as `chmod -R` does every time; the unchanged case has
+// nothing to take back.
 #include "quorin/io/filesystem/quorin/Builtins.hpp"
 
 #include "fl/i18n/unicode.hpp"
@@ -34,7 +36,7 @@ std::size_t countEntries(const fs::path& root) {
 }
 
 void modifyTree(benchmark::State& state, std::vector<std::pair<std::string, bool>> request,
-                const char16_t* scope) {
+                const char16_t* scope, const std::string& undo) {
     const char* data = std::getenv("ZKFS_BENCH_DATA");
     if (data == nullptr) {
         state.SkipWithError("ZKFS_BENCH_DATA is not set (run through bench/run)");
@@ -54,7 +56,13 @@ void modifyTree(benchmark::State& state, std::vector<std::pair<std::string, bool
     unique_vqarray_ptr scopeText = vqCreateString(scope);
     const vqArray* args[] = {location.get(), type.get(), req.get(), unused.get(), scopeText.get()};
 
+    const std::string undoCommand = "chmod -R " + undo + " '" + std::string(data) + "'";
     for (auto _ : state) {
+        if (!undo.empty()) {
+            state.PauseTiming();
+            if (std::system(undoCommand.c_str()) != 0) state.SkipWithError("chmod -R failed");
+            state.ResumeTiming();
+        }
         unique_vqarray_ptr failures;
         modifyPerms_impl(1, &failures, 5, args);
         if (failures == nullptr || vqGetNumberOfElements(failures.get()) != 0) {
@@ -66,18 +74,18 @@ void modifyTree(benchmark::State& state, std::vector<std::pair<std::string, bool
 }
 
 // A tree of 100,000 entries takes a fraction of a second: a few rounds are plenty.
-#define ZKFS_PERMS_BENCH(NAME, SCOPE, ...)                                          \
-    void NAME(benchmark::State& state) { modifyTree(state, {__VA_ARGS__}, SCOPE); } \
+#define ZKFS_PERMS_BENCH(NAME, SCOPE, UNDO, ...)                                          \
+    void NAME(benchmark::State& state) { modifyTree(state, {__VA_ARGS__}, SCOPE, UNDO); } \
     BENCHMARK(NAME)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime()
 
-ZKFS_PERMS_BENCH(BM_ModifyPerms_AllTopDown, u"all", {"Readable", true}, {"GroupWrite", true});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_AllBottomUp, u"all", {"Readable", false}, {"OtherRead", false});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_AllFlat, u"all", {"GroupWrite", true});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesTopDown, u"files", {"Readable", true}, {"GroupWrite", true});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesBottomUp, u"files", {"Readable", false}, {"OtherRead", false});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesFlat, u"files", {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllTopDown, u"all", "u-r,g-w", {"Readable", true}, {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllBottomUp, u"all", "u+r,o+r", {"Readable", false}, {"OtherRead", false});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllFlat, u"all", "g-w", {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesTopDown, u"files", "u-r,g-w", {"Readable", true}, {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesBottomUp, u"files", "u+r,o+r", {"Readable", false}, {"OtherRead", false});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesFlat, u"files", "g-w", {"GroupWrite", true});
 // Owner read on a tree where every entry has it: a walk that knows each mode changes
 // nothing at all.
-ZKFS_PERMS_BENCH(BM_ModifyPerms_AllUnchanged, u"all", {"Readable", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllUnchanged, u"all", "", {"Readable", true});
 
 }  // namespace
