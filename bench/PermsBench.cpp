@@ -78,11 +78,15 @@ void modifyTree(benchmark::State& state, std::vector<std::pair<std::string, bool
     void NAME(benchmark::State& state) { modifyTree(state, {__VA_ARGS__}, SCOPE, UNDO); } \
     BENCHMARK(NAME)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime()
 
-ZKFS_PERMS_BENCH(BM_ModifyPerms_AllTopDown, u"all", "u-r,g-w", {"Readable", true}, {"GroupWrite", true});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_AllBottomUp, u"all", "u+r,o+r", {"Readable", false}, {"OtherRead", false});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllTopDown, u"all", "u-r,g-w", {"Readable", true},
+                 {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_AllBottomUp, u"all", "u+r,o+r", {"Readable", false},
+                 {"OtherRead", false});
 ZKFS_PERMS_BENCH(BM_ModifyPerms_AllFlat, u"all", "g-w", {"GroupWrite", true});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesTopDown, u"files", "u-r,g-w", {"Readable", true}, {"GroupWrite", true});
-ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesBottomUp, u"files", "u+r,o+r", {"Readable", false}, {"OtherRead", false});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesTopDown, u"files", "u-r,g-w", {"Readable", true},
+                 {"GroupWrite", true});
+ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesBottomUp, u"files", "u+r,o+r", {"Readable", false},
+                 {"OtherRead", false});
 ZKFS_PERMS_BENCH(BM_ModifyPerms_FilesFlat, u"files", "g-w", {"GroupWrite", true});
 // Owner read on a tree where every entry has it: a walk that knows each mode changes
 // nothing at all.
