@@ -27,9 +27,13 @@ protected:
     // it, finds its sub1 gone.
     void arm() {
         for (TempTree* t : {&tree, &control}) {
+            // Folders first: the last walk may have closed them to their owner.
+            for (const char* d : {"", "sub1", "sub1/deep", "sub2"}) {
+                if (std::filesystem::exists(t->path(d))) t->setMode(d, 0755);
+            }
             for (const auto& f : kFiles) {
+                if (std::filesystem::exists(t->path(f))) t->setMode(f, 0644);
                 t->makeFile(f, "x");
-                t->setMode(f, 0644);
             }
             for (const char* d : {"", "sub1", "sub1/deep", "sub2"}) t->setMode(d, 0755);
         }
@@ -51,13 +55,31 @@ protected:
     bool removed_ = false;
 
 private:
+    // Removes a folder as its owner could whatever modes the walk has given it so far, and
+    // leaves the parent's mode as the walk made it.
+    static bool removeAsOwner(const std::filesystem::path& parent, const char* name) {
+        namespace fs = std::filesystem;
+        std::error_code ec;
+        const fs::perms before = fs::symlink_status(parent, ec).permissions();
+        fs::permissions(parent, fs::perms::owner_all, fs::perm_options::add, ec);
+        fs::permissions(parent / name, fs::perms::owner_all, fs::perm_options::add, ec);
+        for (auto it = fs::recursive_directory_iterator(parent / name, ec);
+             !ec && it != fs::end(it); it.increment(ec)) {
+            if (it->is_directory())
+                fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
+        }
+        const bool removed = fs::remove_all(parent / name, ec) > 0;
+        fs::permissions(parent, before, ec);
+        return removed;
+    }
+
     fl::sys::ScopedFaultHook hook_{[this](fl::sys::Call& c) {
         std::error_code ec;
         if (c.phase == fl::sys::Phase::Before && c.op == fl::sys::Op::Getdents64 && !removed_ &&
             std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(c.fd), ec) ==
                 tree.root() &&
             reads_++ > 0) {
-            removed_ = std::filesystem::remove_all(tree.path("sub1"), ec) > 0;
+            removed_ = removeAsOwner(tree.root(), "sub1");
         }
         return 0;
     }};
