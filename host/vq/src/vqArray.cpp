@@ -11,6 +11,7 @@
 #include <new>
 #include <numeric>
 #include <stdexcept>
+#include <string_view>
 
 namespace QUORIN {
 
@@ -24,8 +25,9 @@ struct TooManyInputs : resource_core::FixedMsgID<0> {
 struct NotEnoughInputs : resource_core::FixedMsgID<0> {
     NotEnoughInputs() : FixedMsgID("QUORIN", "NotEnoughInputs") {}
 };
-// A struct cannot have an empty field name or the same name twice; built-ins that turn
-// user text into field names meet this with bad input, so it is a user's error.
+// A field name is what a user can write after a dot: a letter, then letters, digits or
+// underscores, at most 63 in all; and no struct has the same name twice. Built-ins that
+// turn user text into field names meet this with bad input, so it is a user's error.
 struct InvalidFieldName : resource_core::FixedMsgID<1> {
     explicit InvalidFieldName(const std::string& name)
         : FixedMsgID("QUORIN", "InvalidFieldName", name) {}
@@ -34,6 +36,19 @@ struct InvalidFieldName : resource_core::FixedMsgID<1> {
 }  // namespace QUORIN
 
 namespace {
+
+constexpr std::size_t kMaxFieldNameLength = 63;
+
+bool isAsciiLetter(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+bool isValidFieldName(std::string_view name) noexcept {
+    if (name.empty() || name.size() > kMaxFieldNameLength || !isAsciiLetter(name.front())) {
+        return false;
+    }
+    return std::all_of(name.begin(), name.end(), [](char c) {
+        return isAsciiLetter(c) || (c >= '0' && c <= '9') || c == '_';
+    });
+}
 
 std::atomic<long> gLiveArrays{0};
 
@@ -319,8 +334,8 @@ void vqSetField(vqArray* s, vqIndex i, const char* name, vqArray* value) {
 
 int vqAddField(vqArray* s, const char* name) {
     if (!vqIsStruct(s)) throw std::invalid_argument("vqAddField: not a struct array");
-    if (name == nullptr || *name == '\0')
-        foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(""));
+    if (name == nullptr || !isValidFieldName(name))
+        foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(name == nullptr ? "" : name));
     const int existing = vqGetFieldNumber(s, name);
     if (existing >= 0) return existing;
     auto& fields = vqArrayAccess::fields(s);
@@ -374,7 +389,7 @@ unique_vqarray_ptr vqCreateCellArray(const std::vector<vqSize>& dims) {
 unique_vqarray_ptr vqCreateStructArray(const std::vector<vqSize>& dims,
                                        const std::vector<std::string>& fields) {
     for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (fields[i].empty() ||
+        if (!isValidFieldName(fields[i]) ||
             std::find(fields.begin(), fields.begin() + static_cast<std::ptrdiff_t>(i), fields[i]) !=
                 fields.begin() + static_cast<std::ptrdiff_t>(i)) {
             foundation::core::except::throwMsgID(QUORIN::InvalidFieldName(fields[i]));

@@ -155,7 +155,7 @@ VQ_API vqArray* vqGetField(const vqArray* s, vqIndex i, const char* name) noexce
 VQ_API void vqSetFieldByNumber(vqArray* s, vqIndex i, int field,
                                vqArray* value);  // takes ownership
 VQ_API void vqSetField(vqArray* s, vqIndex i, const char* name, vqArray* value);
-VQ_API int vqAddField(vqArray* s, const char* name);
+VQ_API int vqAddField(vqArray* s, const char* name);  // names checked as for creation
 
 // String arrays keep their elements in a payload owned by the string library.
 VQ_API vqPayload* vqGetPayload(const vqArray* a) noexcept;
@@ -169,7 +169,8 @@ VQ_API unique_vqarray_ptr vqCreateLogicalScalar(bool value);
 VQ_API unique_vqarray_ptr vqCreateCharArray(const std::vector<vqSize>& dims);
 VQ_API unique_vqarray_ptr vqCreateString(std::u16string_view text);  // 1xN char (0x0 when empty)
 VQ_API unique_vqarray_ptr vqCreateCellArray(const std::vector<vqSize>& dims);
-// An empty or repeated field name throws the identified error "QUORIN:InvalidFieldName".
+// A field name that is not a letter followed by letters, digits or underscores (at most
+// 63 characters), or a repeated one, throws the identified error "QUORIN:InvalidFieldName".
 VQ_API unique_vqarray_ptr vqCreateStructArray(const std::vector<vqSize>& dims,
                                               const std::vector<std::string>& fields);
 VQ_API unique_vqarray_ptr vqCreatePayloadArray(const std::vector<vqSize>& dims, vqClassID cls,
