@@ -221,7 +221,8 @@ Parsed Parser::named() {
     if (word == "false" && peek() != '(') return {vqCreateLogicalScalar(false), start};
 
     const bool sized = word == "strings" || word == "cell" || word == "zeros" || word == "false";
-    if (!sized && word != "struct" && word != "reshape" && word != "logical" && word != "repmat") {
+    if (!sized && word != "struct" && word != "reshape" && word != "logical" && word != "repmat" &&
+        word != "char") {
         fail(start, "unknown value '" + word + "' (qfs has no variables)");
     }
     if (peek() != '(') fail(pos_, "expected '(' after " + word);
@@ -275,6 +276,16 @@ Parsed Parser::named() {
                 vqSetFieldByNumber(s.get(), 0, static_cast<int>(i / 2), args[i].value.release());
             }
             return {std::move(s), start};
+        }
+        if (word == "char") {
+            // Code units no quoted text can carry (U+0000, a lone surrogate).
+            fl::ustring units;
+            for (const Parsed& a : args) {
+                const vqSize unit = sizeArgument(a, s_);
+                if (unit > 0xFFFF) fail(a.start, "a char code is at most 65535");
+                units.push_back(static_cast<char16_t>(unit));
+            }
+            return {vqCreateString(units), start};
         }
         if (word == "logical") {
             if (args.size() != 1) fail(start, "logical takes one value");

@@ -32,7 +32,7 @@ constexpr const char* kUsage =
     "values:\n"
     "  'char' (''=0x0)  \"string\"  missing  1 -2.5e3 NaN Inf  true false  [a b; c d]  []\n"
     "  {a, b; c, d}  struct('Name', VALUE, ...)  strings/cell/zeros/false(m, n)\n"
-    "  reshape(X, d1, d2, ...)  logical(X)  repmat(X, m, n)\n"
+    "  reshape(X, d1, d2, ...)  logical(X)  repmat(X, m, n)  char(code, ...)\n"
     "\n"
     "options:\n"
     "  --json          one JSON object per statement on standard output (JSON Lines)\n"
