@@ -170,6 +170,18 @@ namespace vfs {
 
 namespace {
 
+// "file:/p" (RFC 8089 section 2, no authority), the scheme in any case.
+bool isFileWithoutAuthority(const fl::ustring& text) noexcept {
+    if (text.size() < 6 || text[5] != u'/' || (text.size() > 6 && text[6] == u'/')) return false;
+    constexpr char16_t kFile[] = u"file:";
+    for (std::size_t i = 0; i < 5; ++i) {
+        char16_t c = text[i];
+        if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+        if (c != kFile[i]) return false;
+    }
+    return true;
+}
+
 using boost::urls::url_view;
 
 url_view view(const std::string& text) {
@@ -224,7 +236,20 @@ AbsoluteIRI::AbsoluteIRI(const fl::ustring& text) {
         text_ = toAbsoluteIRI(u"file", text).text_;
         return;
     }
-    std::string encoded = detail::encodeIRIText(fl::i18n::to_utf8(text));
+    std::string utf8 = fl::i18n::to_utf8(text);
+    if (utf8.size() > 5 && detail::iequalsAscii(std::string_view(utf8).substr(0, 5), "file:")) {
+        // RFC 8089 section 2: "file:/p" has no authority and names the same file as
+        // "file:///p"; one spelling keeps every comparison and listing alike.
+        if (utf8[5] == '/' && (utf8.size() == 6 || utf8[6] != '/')) utf8.insert(5, "//");
+        // A file URL is decoded into a name: a "%" that escapes nothing names no file.
+        for (std::size_t i = utf8.find('%'); i != std::string::npos; i = utf8.find('%', i + 1)) {
+            if (i + 2 >= utf8.size() || !detail::isHex(utf8[i + 1]) ||
+                !detail::isHex(utf8[i + 2])) {
+                throw InvalidIRIException(text);
+            }
+        }
+    }
+    std::string encoded = detail::encodeIRIText(utf8);
     auto parsed = boost::urls::parse_uri(encoded);
     if (!parsed || !detail::isSchemeText(sv(parsed->scheme()))) throw InvalidIRIException(text);
     text_ = std::move(encoded);
@@ -359,6 +384,7 @@ AbsoluteIRI AbsoluteIRI::getChild(const fl::ustring& name) const {
 }
 
 bool hasIRIPrefix(const fl::ustring& text) noexcept {
+    if (isFileWithoutAuthority(text)) return true;
     const auto colon = text.find(u"://");
     if (colon == fl::ustring::npos || colon < 2) return false;
     for (std::size_t i = 0; i < colon; ++i) {

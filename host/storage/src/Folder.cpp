@@ -44,11 +44,13 @@ void Folder::createFolderRecursive() const {
         try {
             p.createFolder(next);
         } catch (const Exception& e) {
-            // Someone else made the same level meanwhile: that is what was asked for.
-            if (e.getErrorCode() != Exception::AlreadyExists ||
-                p.exists(next) != provider::ExistenceType::Folder) {
-                throw;
+            if (e.getErrorCode() != Exception::AlreadyExists) throw;
+            // A link that leads nowhere has the name but holds no folder.
+            if (p.existsExtended(next) == provider::ExistenceTypeExtended::BrokenSymbolicLink) {
+                throw Exception(Exception::NotFound, next);
             }
+            // Someone else made the same level meanwhile: that is what was asked for.
+            if (p.exists(next) != provider::ExistenceType::Folder) throw;
         }
     }
 }

@@ -8,8 +8,11 @@
 // Contract:
 // - AbsoluteIRI(text) accepts an IRI with a scheme of two or more characters (so "C:\x"
 //   is no IRI) or an absolute local path (starting with "/"), read as that path's file
-//   IRI. A lone "%" (not followed by two hex digits) is taken literally. Anything else
-//   (a relative path, "", a malformed IRI) throws InvalidIRIException carrying the text.
+//   IRI. A lone "%" (not followed by two hex digits) is taken literally, except in a
+//   "file:" IRI, which names a file by its decoded path (RFC 8089): there it throws
+//   InvalidIRIException. "file:/p" (no authority) is stored as "file:///p". Anything
+//   else (a relative path, "", a malformed IRI) throws InvalidIRIException carrying the
+//   text.
 // - AbsoluteIRI(base, relative) resolves a reference as RFC 3986 section 5.2; surplus
 //   ".." segments above the root are dropped (section 5.4.2). Throws InvalidIRIException
 //   (carrying the relative text) when the reference does not parse.
@@ -23,7 +26,7 @@
 //   U+DC80..U+DCFF. Throws UnsupportedIRISchemeException for another scheme and
 //   InvalidIRIException for another authority or an encoded NUL or "/" inside a name.
 // - hasIRIPrefix(text): the text starts with a scheme of two or more characters and
-//   "://". It never throws.
+//   "://", or with "file:/" (RFC 8089, no authority). It never throws.
 // No function here touches the file system.
 #include "fl/ustring.hpp"
 

@@ -25,7 +25,8 @@ public:
     // One level; code 3 when anything has the name, 4 when the parent is missing.
     void createFolder() const;
     // Every missing level, top down; an existing folder is success. Code 3 when a level
-    // exists but is not a folder. Levels made before a failure stay.
+    // exists but is not a folder, 4 when it is a link that leads nowhere. Levels made
+    // before a failure stay.
     void createFolderRecursive() const;
     // An empty folder only (code 5 with the system text otherwise).
     void removeFolder() const;
