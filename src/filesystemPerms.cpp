@@ -23,6 +23,7 @@
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
+#include "fl/sys/SystemCalls.hpp"
 #include "foundation/storage/provider/TreeWalk.hpp"
 #include "foundation/storage/vfs/vfs.hpp"
 #include "matrix/matrix.hpp"
@@ -48,6 +49,9 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace quorin::io::filesystem::quorin {
 
@@ -133,8 +137,6 @@ std::string reasonOfCurrentException() {
         return "unknown error";
     }
 }
-
-fs::path toNativePath(const fl::ustring& path) { return {fl::i18n::to_utf8(path)}; }
 
 }  // namespace
 
@@ -313,20 +315,18 @@ ResolvePathResult validateAndResolveInputLocation(const vqArray* location, const
     return result;
 }
 
-fs::file_status getPermissionsOnUnix(const fl::ustring& path) {
+fl::filesystem::file_status getPermissionsOnUnix(const fl::ustring& path) {
     // The name itself: a link answers with its own mode, never its target's.
-    return fs::symlink_status(toNativePath(path));
+    return fl::filesystem::symlink_status(path);
 }
 
 OrderedMap<fl::ustring, bool> getPermissionsOnCurrentPlatform(
     const fl::ustring& path, const std::vector<fl::ustring>& names) {
     ZKFS_TRACE_SCOPE();
     auto table = getPermNameAndFilesystemPermsMap();
-    const fs::file_status status = getPermissionsOnUnix(path);
     // Nothing there reports every permission as absent (the library's own value for a
     // missing name is "unknown", all bits set).
-    const fs::perms bits =
-        status.type() == fs::file_type::not_found ? fs::perms::none : status.permissions();
+    const auto bits = static_cast<fs::perms>(getPermissionsOnUnix(path).permissions());
 
     OrderedMap<fl::ustring, bool> result;
     const std::vector<fl::ustring>& report = names.empty() ? table.keys : names;
@@ -415,17 +415,26 @@ Failure permissionFailure(const fl::ustring& path, const std::string& message, i
 
 OptionalFailure setPermissionsOnUnix(const fl::ustring& path, const fs::perms& bits,
                                      const fs::perm_options& options, int outCount) {
-    std::error_code ec;
+    std::string native;
     try {
-        const fs::path native = toNativePath(path);
-        errno = 0;
-        fs::permissions(native, bits, options, ec);
-    } catch (const fs::filesystem_error&) {
-        logCaughtException();
-        return std::nullopt;
+        native = fl::filesystem::detail::native_bytes(path);
+    } catch (const fl::filesystem::InvalidName& e) {
+        return permissionFailure(path, fl::i18n::to_utf8(e.GetUnicodeMessageTxt()), outCount);
     }
-    if (!ec) return std::nullopt;
-    return permissionFailure(path, ec.message(), outCount);
+    const int atFlags =
+        (options & fs::perm_options::nofollow) != fs::perm_options{} ? AT_SYMLINK_NOFOLLOW : 0;
+    struct stat st {};
+    int result = fl::sys::fstatat(AT_FDCWD, native.c_str(), st, atFlags);
+    if (result == 0) {
+        const auto mode = static_cast<fs::perms>(st.st_mode & 07777U);
+        const fs::perms wanted =
+            (options & fs::perm_options::add) != fs::perm_options{} ? mode | bits : mode & ~bits;
+        // Linux keeps no modes on a link: under AT_SYMLINK_NOFOLLOW a link is refused.
+        result =
+            fl::sys::fchmodat(AT_FDCWD, native.c_str(), static_cast<unsigned>(wanted), atFlags);
+    }
+    if (result == 0) return std::nullopt;
+    return permissionFailure(path, fl::sys::errorText(errno), outCount);
 }
 
 // One change per call, by design: additions win, and the removals of that call are

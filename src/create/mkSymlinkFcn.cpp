@@ -36,18 +36,34 @@ bool isFileScheme(const fl::ustring& scheme) noexcept {
     return true;
 }
 
+// What checking the link path found there.
+struct Checked {
+    vfs::AbsoluteIRI location;
+    bool replace = false;  // an existing link, to be replaced
+};
+
 // Checks one of the two paths and answers its normalised "file" IRI. A missing target,
 // an existing link kept under "preserve" and a location outside the local file system
 // are refused here; any other object at the link path is left for the link creation to
 // report.
-vfs::AbsoluteIRI checkPath(const fl::ustring& text, CheckMode mode, const fl::ustring& ruleValue) {
+Checked checkPath(const fl::ustring& text, CheckMode mode, const fl::ustring& ruleValue) {
     const bool isIRI = vfs::hasIRIPrefix(text);
+    // The local name the system is asked about: a file IRI's path, never its text.
+    fl::ustring local;
     if (isIRI) {
         // Resolution takes a malformed IRI or a file IRI of another host as a location
         // naming nothing; here it is the invalid name of this one path, so it is read
         // before resolution, which would lose which path carried it.
         const vfs::AbsoluteIRI given(text);
-        if (isFileScheme(given.getScheme())) (void)vfs::fromAbsoluteIRI(given);
+        if (isFileScheme(given.getScheme())) local = vfs::fromAbsoluteIRI(given);
+    } else {
+        local = text;
+        // Likewise a name the system cannot be given (one holding U+0000).
+        try {
+            (void)fl::filesystem::detail::native_bytes(text);
+        } catch (const fl::filesystem::InvalidName&) {
+            throw vfs::InvalidIRIException(text);
+        }
     }
     const fl::ustring resolved = core::resolvePath(text, core::ResolvePathOptions{}).path;
 
@@ -55,14 +71,15 @@ vfs::AbsoluteIRI checkPath(const fl::ustring& text, CheckMode mode, const fl::us
         // A link to nothing is never made.
         quorin::gateway::throwError<QUORIN::io::filesystem::symlink::TargetNotFound>(text);
     }
-    if (mode == CheckMode::Link) {
-        const unsigned type = fl::filesystem::symlink_status(text).type() &
+    bool replace = false;
+    if (mode == CheckMode::Link && !local.empty()) {
+        const unsigned type = fl::filesystem::symlink_status(local).type() &
                               fl::filesystem::file_status::file_type_mask;
         if (type == fl::filesystem::file_status::symlink_file) {
             if (ruleValue != u"overwrite") {
                 quorin::gateway::throwError<QUORIN::io::filesystem::symlink::FileExists>(text);
             }
-            fl::filesystem::remove(text);
+            replace = true;
         }
     }
 
@@ -82,7 +99,7 @@ vfs::AbsoluteIRI checkPath(const fl::ustring& text, CheckMode mode, const fl::us
     if (!isFileScheme(result.getScheme())) {
         quorin::gateway::throwError<QUORIN::virtualfileio::localtoremote::notLocalSymlink>();
     }
-    return result;
+    return {std::move(result), replace};
 }
 
 struct LinkFailure {
@@ -96,12 +113,16 @@ std::optional<LinkFailure> makeLink(const fl::ustring& link, const fl::ustring& 
         // The target first: a missing target is the error to show even when the link
         // path is also taken.
         checkPath(target, CheckMode::Target, ruleValue);
-        const vfs::AbsoluteIRI linkLocation = checkPath(link, CheckMode::Link, ruleValue);
-        const fl::ustring linkPath = vfs::fromAbsoluteIRI(linkLocation);
-        core::createParentIfNeeded(linkLocation,
+        const Checked checked = checkPath(link, CheckMode::Link, ruleValue);
+        const fl::ustring linkPath = vfs::fromAbsoluteIRI(checked.location);
+        core::createParentIfNeeded(checked.location,
                                    Hexfarrow::QuorinStorageSystem::GetStorageSystemReference());
         // The target goes in as typed, so a relative target stays relative to the link.
-        core::createSymbolicLink(target, linkPath);
+        if (checked.replace) {
+            core::replaceSymbolicLink(target, linkPath);
+        } else {
+            core::createSymbolicLink(target, linkPath);
+        }
         return std::nullopt;
     } catch (const vfs::Exception& e) {
         const bool atTarget = e.getLocation().toString().find(target) != fl::ustring::npos;

@@ -93,7 +93,13 @@ ParentFolder openParent(const std::string& nativePath) {
 }
 
 std::string localPathOf(const fl::ustring& text, bool isUrl) {
-    if (!isUrl) return fl::i18n::to_utf8(text);
+    if (!isUrl) {
+        try {
+            return fl::filesystem::detail::native_bytes(text);
+        } catch (const fl::filesystem::InvalidName&) {
+            return {};
+        }
+    }
     try {
         const vfs::AbsoluteIRI iri(text);
         if (lowerAscii(iri.getScheme()) != u"file") return {};

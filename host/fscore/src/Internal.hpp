@@ -11,7 +11,7 @@ namespace quorin::io::filesystem::core::detail {
 
 // make_native_form(path, true) as UTF-8 bytes (surrogate-escaped names come back as the
 // bytes they stand for). A path that cannot be made absolute (the current folder is
-// gone) throws vfs::Exception code 1 located at "file://".
+// gone) or that holds U+0000 throws vfs::Exception code 1 located at "file://".
 std::string nativeUtf8(const fl::ustring& path);
 
 // The file IRI of an absolute local path given as UTF-8 bytes.
@@ -36,7 +36,8 @@ struct ParentFolder {
 ParentFolder openParent(const std::string& nativePath);
 
 // The local path (UTF-8) that a text names: the text itself when it is no IRI, the path of
-// a "file:" IRI, "" for other IRIs and for IRIs that do not parse.
+// a "file:" IRI, "" for other IRIs, for IRIs that do not parse and for a text holding
+// U+0000 (which names nothing).
 std::string localPathOf(const fl::ustring& text, bool isUrl);
 
 // ASCII lower case, for schemes.

@@ -20,6 +20,11 @@ struct PathNotFoundID : resource_core::FixedMsgID<1> {
         : FixedMsgID("QUORIN:filesystem", "pathNotFound", path) {}
 };
 
+struct InvalidNameID : resource_core::FixedMsgID<1> {
+    explicit InvalidNameID(const fl::ustring& path)
+        : FixedMsgID("QUORIN:filesystem", "invalidName", path) {}
+};
+
 struct SystemErrorID : resource_core::FixedMsgID<3> {
     SystemErrorID(const fl::ustring& path, const std::string& text, int code)
         : FixedMsgID("QUORIN:filesystem", "systemError", path, text, code) {}
@@ -46,6 +51,11 @@ PathNotFound::PathNotFound(const fl::ustring& path)
 PathNotFound::~PathNotFound() = default;
 PathNotFound* PathNotFound::clone() const { return new PathNotFound(*this); }
 void PathNotFound::rethrow() const { throw PathNotFound(*this); }
+
+InvalidName::InvalidName(const fl::ustring& path) : FsysExceptionBase(InvalidNameID(path), path) {}
+InvalidName::~InvalidName() = default;
+InvalidName* InvalidName::clone() const { return new InvalidName(*this); }
+void InvalidName::rethrow() const { throw InvalidName(*this); }
 
 SystemError::SystemError(int errorCode, const fl::ustring& path)
     : FsysExceptionBase(SystemErrorID(path, fl::sys::errorText(errorCode), errorCode), path),

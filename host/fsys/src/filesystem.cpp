@@ -48,7 +48,7 @@ fl::ustring current_path() {
 }
 
 file_status status(const fl::ustring& path) {
-    const std::string native = fl::i18n::to_utf8(path);
+    const std::string native = detail::native_bytes(path);
     struct stat st {};
     if (sys::fstatat(AT_FDCWD, native.c_str(), st, 0) == 0) return fromStat(st);
     const int err = errno;
@@ -65,7 +65,7 @@ file_status status(const fl::ustring& path) {
 }
 
 file_status symlink_status(const fl::ustring& path) {
-    const std::string native = fl::i18n::to_utf8(path);
+    const std::string native = detail::native_bytes(path);
     struct stat st {};
     if (sys::fstatat(AT_FDCWD, native.c_str(), st, AT_SYMLINK_NOFOLLOW) == 0) return fromStat(st);
     const int err = errno;
@@ -81,7 +81,7 @@ fl::ustring canonical(const fl::ustring& path, const fl::ustring& base) {
         if (root.empty() || root.back() != u'/') root += u'/';
         full = root + path;
     }
-    const std::string native = fl::i18n::to_utf8(full);
+    const std::string native = detail::native_bytes(full);
     std::string resolved;
     if (!sys::realpath(native.c_str(), resolved)) throwFor(errno, path);
     return fl::i18n::to_ustring(resolved);
@@ -96,7 +96,7 @@ fl::ustring absolute(const fl::ustring& path) {
 }
 
 bool remove(const fl::ustring& path) {
-    const std::string native = fl::i18n::to_utf8(path);
+    const std::string native = detail::native_bytes(path);
     struct stat st {};
     if (sys::fstatat(AT_FDCWD, native.c_str(), st, AT_SYMLINK_NOFOLLOW) != 0) {
         const int err = errno;
@@ -115,7 +115,13 @@ bool remove(const fl::ustring& path) {
 
 namespace detail {
 
+std::string native_bytes(fl::ustring_view path) {
+    if (path.find(u'\0') != fl::ustring_view::npos) throw InvalidName(fl::ustring(path));
+    return fl::i18n::to_utf8(path);
+}
+
 fl::ustring make_native_form(const fl::ustring& path, bool makeAbsolute) {
+    if (path.find(u'\0') != fl::ustring::npos) throw InvalidName(path);
     if (path.empty() && !makeAbsolute) return {};
     const fl::ustring full = makeAbsolute ? absolute(path) : path;
     const bool rooted = isAbsolute(full);

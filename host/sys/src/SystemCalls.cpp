@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <linux/openat2.h>
@@ -140,6 +141,12 @@ int symlinkat(const char* target, int dirfd, const char* name) {
     return static_cast<int>(
         run({.op = Op::Symlinkat, .fd = dirfd, .name = name}, true,
             [&](std::size_t) { return long{::symlinkat(target, dirfd, name)}; }));
+}
+
+int renameat2(int fromDirfd, const char* from, int toDirfd, const char* to, unsigned flags) {
+    return static_cast<int>(run(
+        {.op = Op::Renameat2, .fd = toDirfd, .name = to, .flags = static_cast<int>(flags)}, true,
+        [&](std::size_t) { return long{::renameat2(fromDirfd, from, toDirfd, to, flags)}; }));
 }
 
 // Linux 6.6 numbers it 452 wherever system calls share one table; older headers lack

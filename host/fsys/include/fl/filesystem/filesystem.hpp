@@ -20,6 +20,9 @@
 // - detail::make_native_form(p, true): absolute, "." segments and repeated "/" removed,
 //   ".." kept (dropping it lexically is wrong through links), no trailing "/" except
 //   for the root. With false the path stays relative when it is.
+// - A path holding U+0000 names nothing: the system reads a name up to its first NUL, so
+//   it would act on a shorter path. Every call here, make_native_form and native_bytes
+//   throw InvalidName for it, before any system call.
 // Nothing here changes the file system except remove(), and a failed call changes
 // nothing.
 #include "fl/ustring.hpp"
@@ -124,6 +127,15 @@ private:
     int code_;
 };
 
+// "QUORIN:filesystem:invalidName" (path): a name no system call can be given.
+class FL_FILESYSTEM_API InvalidName : public FsysExceptionBase {
+public:
+    explicit InvalidName(const fl::ustring& path);
+    ~InvalidName() override;
+    [[nodiscard]] InvalidName* clone() const override;
+    [[noreturn]] void rethrow() const override;
+};
+
 FL_FILESYSTEM_API file_status status(const fl::ustring& path);
 FL_FILESYSTEM_API file_status symlink_status(const fl::ustring& path);
 FL_FILESYSTEM_API fl::ustring canonical(const fl::ustring& path, const fl::ustring& base);
@@ -134,6 +146,8 @@ FL_FILESYSTEM_API fl::ustring current_path();
 
 namespace detail {
 FL_FILESYSTEM_API fl::ustring make_native_form(const fl::ustring& path, bool makeAbsolute);
+// The bytes the system is given for a path (UTF-8, escaped bytes restored).
+FL_FILESYSTEM_API std::string native_bytes(fl::ustring_view path);
 }  // namespace detail
 
 }  // namespace fl::filesystem

@@ -54,6 +54,7 @@ enum class Op : unsigned char {
     Fcntl,
     Realpath,  // realpath(3), which makes its own calls
     Getcwd,
+    Renameat2,  // seen with the destination's folder and name, and the RENAME_ flags
 };
 
 enum class Phase : unsigned char { Before, After };
@@ -127,6 +128,9 @@ long readlinkat(int dirfd, const char* name, char* buffer, std::size_t size);
 int mkdirat(int dirfd, const char* name, unsigned mode);
 int unlinkat(int dirfd, const char* name, int flags);
 int symlinkat(const char* target, int dirfd, const char* name);
+// renameat2(2); flags RENAME_NOREPLACE (1) or RENAME_EXCHANGE (2). EINVAL where the file
+// system cannot exchange.
+int renameat2(int fromDirfd, const char* from, int toDirfd, const char* to, unsigned flags);
 // fchmodat2(2) (Linux 6.6): under AT_SYMLINK_NOFOLLOW the kernel itself refuses a link
 // (EOPNOTSUPP); older kernels answer ENOSYS.
 int fchmodat2(int dirfd, const char* name, unsigned mode, int flags);

@@ -21,9 +21,19 @@
 // EEXIST, 2 for EACCES/EPERM/EROFS, 4 for ENOENT/ENOTDIR (a missing parent, or an empty
 // text), 5 for anything else, with the system's text. A failed call creates nothing.
 //
+// replaceSymbolicLink(target, link): as createSymbolicLink, for a link path where a link
+// is: the new link is made under a hidden temporary name in the link's folder and
+// exchanged with the old one in one step (renameat2 RENAME_EXCHANGE), then the old one is
+// removed. A failure at any step leaves the old link in place. When what was exchanged
+// out is no link (a file or folder that took the name meanwhile), it is put back and the
+// call fails with code 3 as for an existing file; with nothing at the name any more the
+// new link takes it (code 3 if something took it again). A text holding U+0000 throws
+// InvalidIRIException naming that text, here and in createSymbolicLink.
+//
 // createParentIfNeeded(location, storage): when the location has a parent and nothing
 // is there, creates every missing level (Folder::createFolderRecursive). A parent that
-// exists, whatever it is, is left alone (the later creation reports the conflict).
+// exists, whatever it is, is left alone (the later creation reports the conflict), except
+// a link that leads nowhere, at it or on the way: code 4, as nothing can be made there.
 // Throws what the storage library throws; levels made before a failure stay.
 #include "fl/ustring.hpp"
 #include "foundation/storage/vfs/AbsoluteIRI.hpp"
@@ -35,6 +45,7 @@ void createEmptyFile(fl::ustring& path, bool replace,
                      const foundation::storage::vfs::StorageSystemReference& storage);
 
 void createSymbolicLink(const fl::ustring& target, const fl::ustring& link);
+void replaceSymbolicLink(const fl::ustring& target, const fl::ustring& link);
 
 void createParentIfNeeded(const foundation::storage::vfs::AbsoluteIRI& location,
                           const foundation::storage::vfs::StorageSystemReference& storage);
