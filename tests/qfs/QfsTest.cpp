@@ -10,6 +10,7 @@
 #include "qfs/Library.hpp"
 #include "qfs/Parser.hpp"
 #include "qfs/Session.hpp"
+#include "qfs/Texts.hpp"
 #include "zkfs/test/Arrays.hpp"
 #include "zkfs/test/LiveArrays.hpp"
 
@@ -133,8 +134,8 @@ TEST_F(QfsTest, ParseErrorsNameTheColumnWhereTheProblemStartsAndReleaseWhatWasBu
         {"1 2", 3}, {"", 1}, {"\xc3\xa9", 1}, {"'\xc3\xa9\xc3\xa9' x", 6},
         // Statements; the last three fail after earlier arguments were built.
         {"f(1 2)", 5, true}, {"f(1", 2, true}, {"f(1) x", 6, true}, {"x == f(1)", 3, true}, {"x = ", 5, true},
-        {"x = 3", 5, true}, {"[a, b = f()", 7, true}, {"[a b] f()", 7, true}, {"[] = f()", 1, true},
-        {"[a, 1] = f()", 5, true}, {"1 = f()", 1, true}, {"f(1);;", 6, true}, {"f('a' % not closed", 2, true},
+        {"x = 3 4", 7, true}, {"[a, b = f()", 2, true}, {"[a b] f()", 2, true}, {"[] = f()", 1, true},
+        {"[a, 1] = f()", 5, true}, {"1 = f()", 3, true}, {"f(1);;", 6, true}, {"f('a' % not closed", 2, true},
         {"f({1, 'a', [1 2 3], struct('a', {2})}, [1 'x'])", 43, true},
         {"f(strings(3), cell(2), reshape([1 2], 3, 1))", 24, true},
         {"f(repmat({1}, 2), struct('a', 1, 'a', 2))", 34, true},
@@ -164,11 +165,22 @@ TEST_F(QfsTest, StatementsKindsNamesOutputsAndSuppression) {
         {"% createFileURL('x')", K::Empty, "", {}, 0, false},
         {"help", K::Help, "", {}, 0, false},
         {"help pathFcn  % what does it do", K::Help, "pathFcn", {}, 0, false},
+        // With a variable r: a bare name shows it, other values go to ans or a target.
+        {"r", K::Value, "r", {}, 1, false},
+        {"t = r(1).Type;", K::Value, "", {"t"}, 1, true},
+        {"[1 2]", K::Value, "", {}, 1, false},
+        {"who", K::Who, "", {}, 0, false},
+        {"clear r t", K::Clear, "", {"r", "t"}, 0, false},
+        {"nosuch(r)", K::Call, "nosuch", {}, 1, false},
     };
     // clang-format on
+    auto known = parseValue("struct('Type', \"File\")");
+    const qfs::Variables vars{
+        [&](std::string_view n) -> const vqArray* { return n == "r" ? known.get() : nullptr; },
+        [] { return std::vector<std::string>{"r"}; }};
     for (const Row& r : rows) {
         SCOPED_TRACE(r.text);
-        const qfs::Statement s = parseStatement(r.text);
+        const qfs::Statement s = parseStatement(r.text, &vars);
         EXPECT_EQ(s.kind, r.kind);
         EXPECT_EQ(s.name, r.name);
         EXPECT_EQ(s.outputs, r.outputs);
@@ -186,8 +198,8 @@ TEST_F(QfsTest, JsonOfWhatTheReaderCannotWrite) {
     std::memcpy(vqGetData(u64.get()), &big, sizeof big);
     auto unset = vqCreateStructArray({1, 1}, {"Empty"});
     auto none = vqCreateStructArray({0, 0}, {"Name", "Cause"});
-    // A byte that is not UTF-8 travels as an escaped code unit; JSON cannot carry it, so
-    // it becomes U+FFFD and the rest of the line survives. So does a lone surrogate.
+    // A byte that is not UTF-8 travels as an escaped code unit and is written as one, so
+    // that a\xffb and a\xfeb stay apart; any other lone surrogate becomes U+FFFD.
     auto notUtf8 = stringScalar(fl::i18n::to_ustring(std::string("a\xff") + "b"));
     auto lone = charRow(fl::ustring{u'x', char16_t{0xD800}});
     // clang-format off
@@ -197,13 +209,16 @@ TEST_F(QfsTest, JsonOfWhatTheReaderCannotWrite) {
              Row{u64.get(), R"({"class":"uint64","size":[1,1],"value":[18446744073709551615]})"},
              Row{unset.get(), R"({"class":"struct","size":[1,1],"fields":["Empty"],"value":[{"Empty":null}]})"},
              Row{none.get(), R"({"class":"struct","size":[0,0],"fields":["Name","Cause"],"value":[]})"},
-             Row{notUtf8.get(), "{\"class\":\"string\",\"size\":[1,1],\"value\":[\"a\xef\xbf\xbd" "b\"]}"},
+             Row{notUtf8.get(), R"({"class":"string","size":[1,1],"value":["a\udcffb"]})"},
              Row{lone.get(), "{\"class\":\"char\",\"size\":[1,2],\"value\":\"x\xef\xbf\xbd\"}"}}) {
         // clang-format on
         SCOPED_TRACE(r.json);
         std::string out;
         ASSERT_NO_THROW(out = qfs::jsonLine(qfs::toJson(r.value)));
         EXPECT_EQ(out, r.json);
+        std::string streamed;
+        qfs::writeTyped(streamed, r.value);
+        EXPECT_EQ(streamed, r.json);
     }
     // Error arguments keep their kinds; an exception without identifier keeps its text.
     const std::vector<resource_core::MessageArg> args{std::int64_t{12}, std::string("8-bit"),
@@ -215,6 +230,81 @@ TEST_F(QfsTest, JsonOfWhatTheReaderCannotWrite) {
     const qfs::ErrorReport plain =
         qfs::describeError(std::make_exception_ptr(std::runtime_error("refused")));
     EXPECT_EQ(plain.identifier + "|" + plain.message, "|refused");
+}
+
+// The plain form's shapes; the case tables check it against the typed form for every row.
+TEST_F(QfsTest, PlainJsonShapes) {
+    // clang-format off
+    struct Row { const char* value; const char* plain; };
+    for (const Row& r : {
+             Row{"[1 2; 3 4]", "[[1.0,2.0],[3.0,4.0]]"},
+             Row{"reshape([1 2 3 4], 1, 2, 2)", "[[[1.0,2.0]],[[3.0,4.0]]]"},
+             Row{"['ab'; 'cd']", R"(["ab","cd"])"},
+             Row{"{'a'}", R"(["a"])"},
+             Row{"cell(1, 2)", "[null,null]"},
+             Row{"[NaN missing]", "error"},
+             Row{"[\"a\" missing]", R"(["a",null])"},
+             Row{"struct('A', [], 'B', struct('C', true))", R"({"A":[],"B":{"C":true}})"},
+             Row{"[struct('A', 1); struct('A', 2)]", R"([{"A":1.0},{"A":2.0}])"},
+             Row{"zeros(0, 3)", "[]"}}) {
+        // clang-format on
+        SCOPED_TRACE(r.value);
+        if (std::string(r.plain) == "error") {
+            EXPECT_ANY_THROW(parseValue(r.value));
+            continue;
+        }
+        std::string out;
+        qfs::writePlain(out, parseValue(r.value).get());
+        EXPECT_EQ(out, r.plain);
+    }
+}
+
+TEST_F(QfsTest, VariablesFieldsAndSubscripts) {
+    auto r = parseValue(
+        "[struct('Type', \"File\", 'Size', [10 20 30]); struct('Type', \"Folder\", 'Size', [])]");
+    auto c = parseValue("{'a', [1 2; 3 4]}");
+    const qfs::Variables vars{[&](std::string_view n) -> const vqArray* {
+                                  return n == "r" ? r.get() : n == "c" ? c.get() : nullptr;
+                              },
+                              [] {
+                                  return std::vector<std::string>{"r", "c"};
+                              }};
+    const auto json = [&](const std::string& text) {
+        const qfs::Statement s = parseStatement("v = " + text, &vars);
+        return qfs::jsonLine(qfs::toJson(s.args.at(0).get()));
+    };
+    // clang-format off
+    struct Row { const char* text; std::string json; };
+    for (const Row& row : {
+             Row{"r(2).Type", J("string", "[1,1]", R"(["Folder"])")},
+             Row{"r(1).Size(end)", num("30.0")},
+             Row{"r(1).Size([3 1])", J("double", "[1,2]", "[30.0,10.0]")},
+             Row{"r(2).Size", J("double", "[0,0]", "[]")},
+             Row{"c{2}(2, :)", J("double", "[1,2]", "[3.0,4.0]")},
+             Row{"c{2}(:)", J("double", "[4,1]", "[1.0,3.0,2.0,4.0]")},
+             Row{"c(1)", J("cell", "[1,1]", R"([{"class":"char","size":[1,1],"value":"a"}])")},
+             Row{"{r(1).Type}", J("cell", "[1,1]", R"([{"class":"string","size":[1,1],"value":["File"]}])")}}) {
+        // clang-format on
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(json(row.text), row.json);
+    }
+    // Mistakes are parse errors at the subscript or field they concern.
+    for (const auto& [text, column] : std::vector<std::pair<const char*, std::int64_t>>{
+             {"r(3)", 6}, {"r.Type", 7}, {"r(1).Name", 10}, {"c{[1 2]}", 6}, {"c{0}", 7}}) {
+        SCOPED_TRACE(text);
+        try {
+            (void)parseStatement(std::string("v = ") + text, &vars);
+            ADD_FAILURE() << "accepted";
+        } catch (const foundation::core::except::IMsgIDException& e) {
+            EXPECT_EQ(e.GetID(), "QUORIN:qfs:ParseError");
+            EXPECT_EQ(std::get<std::int64_t>(e.GetBaseMsgIDObj().getArgs().at(0)), column);
+        }
+    }
+    // A near name is suggested; "..." continues a line outside quotes only.
+    EXPECT_EQ(qfs::nearest("pathfcn", {"pathFcn", "relativepath"}), "pathFcn");
+    EXPECT_EQ(qfs::nearest("zzz", {"pathFcn"}), "");
+    EXPECT_EQ(qfs::continuedPart("x = [1 2 ...  % more"), "x = [1 2  ");
+    EXPECT_EQ(qfs::continuedPart("x = '...'"), std::nullopt);
 }
 
 TEST_F(QfsTest, DisplayOfEachKindOfValue) {

@@ -1,11 +1,14 @@
 #include "qfs/Parser.hpp"
 
+#include "qfs/Gateways.hpp"
 #include "qfs/Identifiers.hpp"
+#include "qfs/Texts.hpp"
 #include "qfs/Values.hpp"
 
 #include "Hexfarrow/String/String.hpp"
 #include "fl/i18n/unicode.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -43,7 +46,7 @@ struct Parsed {
 
 class Parser {
 public:
-    explicit Parser(std::string_view text) : s_(text) {}
+    Parser(std::string_view text, const Variables* variables) : s_(text), vars_(variables) {}
 
     Statement statement();
     unique_vqarray_ptr wholeValue();
@@ -65,11 +68,12 @@ private:
         while (!atEnd() && isIdentChar(s_[pos_])) ++pos_;
         return std::string(s_.substr(from, pos_ - from));
     }
-    void expect(char c, const char* what) {
-        skipBlanks();
-        if (peek() != c) fail(pos_, std::string("expected ") + what);
-        ++pos_;
+    [[nodiscard]] const vqArray* variable(std::string_view name) const {
+        return vars_ != nullptr && vars_->find ? vars_->find(name) : nullptr;
     }
+    [[noreturn]] void unknownName(const std::string& name, std::size_t at) const;
+    [[nodiscard]] bool looksLikeOutputs() const;
+    [[nodiscard]] std::size_t countSubscripts() const;
 
     Parsed value();
     Parsed quoted(char quote);
@@ -77,10 +81,15 @@ private:
     Parsed named();
     Parsed bracketed(char open);
     std::vector<Parsed> callArguments(const std::string& name);
+    unique_vqarray_ptr postfix(const vqArray* base);
+    unique_vqarray_ptr subscripted(const vqArray* a, char open);
+    void callOrValue(Statement& st, const std::string& word, std::size_t first);
 
     std::string_view s_;
+    const Variables* vars_;
     std::size_t pos_ = 0;
-    std::size_t depth_ = 0;  // values inside values being read now
+    std::size_t depth_ = 0;     // values inside values being read now
+    std::vector<vqSize> ends_;  // what `end` stands for in the subscripts being read
 };
 
 // Deeper nesting than any real argument needs is refused, so that no line can exhaust
@@ -89,7 +98,7 @@ constexpr std::size_t kMaxNesting = 200;
 
 Parsed Parser::value() {
     skipBlanks();
-    if (depth_ >= kMaxNesting) fail(pos_, "values nested too deeply");
+    if (depth_ >= kMaxNesting) fail(pos_, tr("parse:nestedTooDeeply"));
     struct Depth {
         std::size_t& d;
         explicit Depth(std::size_t& x) : d(++x) {}
@@ -98,12 +107,12 @@ Parsed Parser::value() {
         Depth& operator=(const Depth&) = delete;
     } depth(depth_);
     const char c = peek();
-    if (atEnd() || c == '%') fail(pos_, "expected a value");
+    if (atEnd() || c == '%') fail(pos_, tr("parse:expectedValue"));
     if (c == '\'' || c == '"') return quoted(c);
     if (c == '[' || c == '{') return bracketed(c);
     if (isDigit(c) || c == '.' || c == '-' || c == '+') return number();
     if (isIdentStart(c)) return named();
-    fail(pos_, std::string("unexpected '") + c + "'");
+    fail(pos_, tr("parse:unexpectedChar", {std::string(1, c)}));
 }
 
 Parsed Parser::quoted(char quote) {
@@ -111,8 +120,7 @@ Parsed Parser::quoted(char quote) {
     std::string text;
     for (;;) {
         if (atEnd()) {
-            fail(start, quote == '\'' ? "unterminated character text (missing ')"
-                                      : "unterminated string (missing \")");
+            fail(start, tr(quote == '\'' ? "parse:unterminatedChar" : "parse:unterminatedString"));
         }
         const char c = s_[pos_++];
         if (c == quote) {
@@ -141,7 +149,7 @@ Parsed Parser::number() {
         } else if (word == "NaN") {
             v = std::numeric_limits<double>::quiet_NaN();
         } else {
-            fail(start, "expected a number after the sign");
+            fail(start, tr("parse:signWithoutNumber"));
         }
     } else {
         const std::size_t digits = pos_;
@@ -157,11 +165,11 @@ Parsed Parser::number() {
                 any = true;
             }
         }
-        if (!any) fail(start, "expected a number");
+        if (!any) fail(start, tr("parse:expectedNumber"));
         if (peek() == 'e' || peek() == 'E') {
             ++pos_;
             if (peek() == '+' || peek() == '-') ++pos_;
-            if (!isDigit(peek())) fail(start, "expected digits in the exponent");
+            if (!isDigit(peek())) fail(start, tr("parse:exponentDigits"));
             while (isDigit(peek())) ++pos_;
         }
         std::string literal(s_.substr(digits, pos_ - digits));
@@ -170,10 +178,10 @@ Parsed Parser::number() {
         if (ec == std::errc::result_out_of_range) {
             v = std::numeric_limits<double>::infinity();
         } else if (ec != std::errc() || end != literal.data() + literal.size()) {
-            fail(start, "malformed number");
+            fail(start, tr("parse:malformedNumber"));
         }
     }
-    if (isIdentChar(peek()) || peek() == '.') fail(pos_, "unexpected character after a number");
+    if (isIdentChar(peek()) || peek() == '.') fail(pos_, tr("parse:afterNumber"));
     return {vqCreateDoubleScalar(negative ? -v : v), start};
 }
 
@@ -181,11 +189,11 @@ Parsed Parser::number() {
 vqSize sizeArgument(const Parsed& p, std::string_view line) {
     const vqArray* a = p.value.get();
     if (!vqIsDouble(a) || !vqIsScalar(a)) {
-        throwParseError(columnOf(line, p.start), "expected a size: a non-negative whole number");
+        throwParseError(columnOf(line, p.start), tr("parse:expectedSize"));
     }
     const double d = *vqGetPr(a);
     if (!(d >= 0) || d != std::floor(d) || d > 1e12) {
-        throwParseError(columnOf(line, p.start), "expected a size: a non-negative whole number");
+        throwParseError(columnOf(line, p.start), tr("parse:expectedSize"));
     }
     return static_cast<vqSize>(d);
 }
@@ -212,6 +220,10 @@ bool isFieldName(const std::string& name) {
 Parsed Parser::named() {
     const std::size_t start = pos_;
     const std::string word = identifier();
+    if (const vqArray* v = variable(word)) return {postfix(v), start};
+    if (word == "end" && !ends_.empty()) {
+        return {vqCreateDoubleScalar(static_cast<double>(ends_.back())), start};
+    }
     if (word == "missing") return {Hexfarrow::String::createMissingString(), start};
     if (word == "NaN")
         return {vqCreateDoubleScalar(std::numeric_limits<double>::quiet_NaN()), start};
@@ -223,9 +235,9 @@ Parsed Parser::named() {
     const bool sized = word == "strings" || word == "cell" || word == "zeros" || word == "false";
     if (!sized && word != "struct" && word != "reshape" && word != "logical" && word != "repmat" &&
         word != "char") {
-        fail(start, "unknown value '" + word + "' (qfs has no variables)");
+        unknownName(word, start);
     }
-    if (peek() != '(') fail(pos_, "expected '(' after " + word);
+    if (peek() != '(') fail(pos_, tr("parse:expectedParenAfter", {word}));
     std::vector<Parsed> args = callArguments(word);
     auto sizes = [&](std::size_t from) {
         std::vector<vqSize> dims;
@@ -233,14 +245,13 @@ Parsed Parser::named() {
         if (dims.size() == 1) dims.push_back(dims.front());  // one size n means n-by-n
         const std::size_t each = from == 0 ? 1 : vqGetNumberOfElements(args[0].value.get());
         if (!withinElementLimit(dims, each)) {
-            fail(start, "an array of more than " + std::to_string(kMaxElements) +
-                            " elements is more than qfs builds");
+            fail(start, tr("parse:tooManyElements", {static_cast<std::int64_t>(kMaxElements)}));
         }
         return dims;
     };
     try {
         if (sized) {
-            if (args.empty()) fail(start, word + " needs at least one size");
+            if (args.empty()) fail(start, tr("parse:needsSize", {word}));
             const std::vector<vqSize> dims = sizes(0);
             if (word == "strings") {
                 return {Hexfarrow::String::createStringArray(dims.size(), dims.data()), start};
@@ -250,13 +261,13 @@ Parsed Parser::named() {
                     start};
         }
         if (word == "struct") {
-            if (args.size() % 2 != 0) fail(start, "struct takes field names and values in pairs");
+            if (args.size() % 2 != 0) fail(start, tr("parse:structPairs"));
             std::vector<std::string> fields;
             for (std::size_t i = 0; i < args.size(); i += 2) {
                 const vqArray* n = args[i].value.get();
                 if (!Hexfarrow::String::isScalarText(n, false, false) ||
                     Hexfarrow::String::isMissingScalarString(n)) {
-                    fail(args[i].start, "expected a field name as text");
+                    fail(args[i].start, tr("parse:fieldNameText"));
                 }
                 const fl::ustring u =
                     Hexfarrow::String::isString(n)
@@ -264,10 +275,9 @@ Parsed Parser::named() {
                                       Hexfarrow::String::getString(n).get(0)->length)
                         : fl::ustring(vqGetChars(n), vqGetNumberOfElements(n));
                 std::string name = fl::i18n::to_utf8(u);
-                if (!isFieldName(name))
-                    fail(args[i].start, "'" + name + "' is not a valid field name");
+                if (!isFieldName(name)) fail(args[i].start, tr("parse:badFieldName", {name}));
                 for (const auto& f : fields) {
-                    if (f == name) fail(args[i].start, "duplicate field name '" + name + "'");
+                    if (f == name) fail(args[i].start, tr("parse:duplicateField", {name}));
                 }
                 fields.push_back(std::move(name));
             }
@@ -282,23 +292,23 @@ Parsed Parser::named() {
             fl::ustring units;
             for (const Parsed& a : args) {
                 const vqSize unit = sizeArgument(a, s_);
-                if (unit > 0xFFFF) fail(a.start, "a char code is at most 65535");
+                if (unit > 0xFFFF) fail(a.start, tr("parse:charCode"));
                 units.push_back(static_cast<char16_t>(unit));
             }
             return {vqCreateString(units), start};
         }
         if (word == "logical") {
-            if (args.size() != 1) fail(start, "logical takes one value");
+            if (args.size() != 1) fail(start, tr("parse:logicalArgs"));
             return {toLogical(args[0].value.get()), start};
         }
         if (word == "reshape") {
-            if (args.size() < 3) fail(start, "reshape takes a value and at least two sizes");
+            if (args.size() < 3) fail(start, tr("parse:reshapeArgs"));
             std::vector<vqSize> dims;
             for (std::size_t i = 1; i < args.size(); ++i) dims.push_back(sizeArgument(args[i], s_));
             return {reshapeArray(args[0].value.get(), dims), start};
         }
         // repmat
-        if (args.size() < 2) fail(start, "repmat takes a value and at least one count");
+        if (args.size() < 2) fail(start, tr("parse:repmatArgs"));
         return {repmatArray(args[0].value.get(), sizes(1)), start};
     } catch (const std::invalid_argument& e) {
         fail(start, e.what());
@@ -316,9 +326,9 @@ std::vector<Parsed> Parser::callArguments(const std::string& name) {
     for (;;) {
         args.push_back(value());
         skipBlanks();
-        if (atEnd() || peek() == '%') fail(open, "missing ')' to close the arguments of " + name);
+        if (atEnd() || peek() == '%') fail(open, tr("parse:missingParen", {name}));
         if (peek() == ')') break;
-        if (peek() != ',') fail(pos_, "expected ',' or ')'");
+        if (peek() != ',') fail(pos_, tr("parse:expectedCommaOrParen"));
         ++pos_;
     }
     ++pos_;
@@ -332,7 +342,8 @@ Parsed Parser::bracketed(char open) {
     bool needSeparator = false;
     for (;;) {
         const bool blank = skipBlanks();
-        if (atEnd() || peek() == '%') fail(start, std::string("missing '") + close + "'");
+        if (atEnd() || peek() == '%')
+            fail(start, tr("parse:missingClose", {std::string(1, close)}));
         const char c = peek();
         if (c == close) {
             ++pos_;
@@ -345,13 +356,13 @@ Parsed Parser::bracketed(char open) {
             continue;
         }
         if (c == ',') {
-            if (!needSeparator) fail(pos_, "unexpected ','");
+            if (!needSeparator) fail(pos_, tr("parse:unexpectedComma"));
             ++pos_;
             needSeparator = false;
             continue;
         }
         if (needSeparator && !blank) {
-            fail(pos_, std::string("expected ',', ';', a blank or '") + close + "'");
+            fail(pos_, tr("parse:expectedSeparator", {std::string(1, close)}));
         }
         rows.back().push_back(value());
         needSeparator = true;
@@ -362,9 +373,7 @@ Parsed Parser::bracketed(char open) {
         if (rows.empty()) return {vqCreateCellArray({0, 0}), start};
         const std::size_t cols = rows.front().size();
         for (const auto& r : rows) {
-            if (r.size() != cols)
-                fail(r.front().start,
-                     "every row of a cell array needs the same number of elements");
+            if (r.size() != cols) fail(r.front().start, tr("parse:cellRows"));
         }
         auto cell = vqCreateCellArray({rows.size(), cols});
         for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -407,8 +416,170 @@ Parsed Parser::bracketed(char open) {
 unique_vqarray_ptr Parser::wholeValue() {
     Parsed p = value();
     skipBlanks();
-    if (!atEnd()) fail(pos_, "unexpected text after the value");
+    if (!atEnd()) fail(pos_, tr("parse:textAfterValue"));
     return std::move(p.value);
+}
+
+void Parser::unknownName(const std::string& name, std::size_t at) const {
+    std::vector<std::string> candidates;
+    for (const auto& g : gateways()) candidates.emplace_back(g.name);
+    if (vars_ != nullptr && vars_->names) {
+        for (auto& v : vars_->names()) candidates.push_back(std::move(v));
+    }
+    const std::string near = nearest(name, candidates);
+    if (!near.empty()) foundation::core::except::throwMsgID(QUORIN::qfs::UnknownName(name, near));
+    fail(at, tr("parse:unknownValue", {name}));
+}
+
+// "[a, ~, b] =" ahead: an output list, not a concatenation.
+bool Parser::looksLikeOutputs() const {
+    std::size_t i = pos_ + 1;
+    while (i < s_.size() && s_[i] != ']') {
+        const char c = s_[i];
+        if (!isIdentChar(c) && c != '~' && c != ',' && c != ' ' && c != '\t') return false;
+        ++i;
+    }
+    if (i >= s_.size()) return false;
+    ++i;
+    while (i < s_.size() && (s_[i] == ' ' || s_[i] == '\t')) ++i;
+    return i < s_.size() && s_[i] == '=' && (i + 1 >= s_.size() || s_[i + 1] != '=');
+}
+
+// Subscripts between the bracket at pos_ and its partner, so that `end` can mean the
+// extent of its own dimension.
+std::size_t Parser::countSubscripts() const {
+    std::size_t count = 1;
+    int depth = 0;
+    char quote = 0;
+    for (std::size_t i = pos_ + 1; i < s_.size(); ++i) {
+        const char c = s_[i];
+        if (quote != 0) {
+            if (c == quote) quote = 0;
+        } else if (c == '\'' || c == '"') {
+            quote = c;
+        } else if (c == '(' || c == '[' || c == '{') {
+            ++depth;
+        } else if (c == ')' || c == ']' || c == '}') {
+            if (depth-- == 0) break;
+        } else if (c == ',' && depth == 0) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+unique_vqarray_ptr Parser::subscripted(const vqArray* a, char open) {
+    const std::size_t start = pos_++;
+    const char close = open == '(' ? ')' : '}';
+    const std::size_t count = countSubscripts();
+    if (count > 2) fail(start, tr("index:tooManySubscripts"));
+    std::vector<Subscript> subs;
+    const std::size_t numel = vqGetNumberOfElements(a);
+    const vqSize rows = vqGetM(a);
+    for (;;) {
+        skipBlanks();
+        const std::size_t at = pos_;
+        Subscript sub;
+        if (peek() == ':') {
+            ++pos_;
+            sub.all = true;
+        } else {
+            const std::size_t k = subs.size();
+            ends_.push_back(count == 1 ? numel : k == 0 ? rows : (rows == 0 ? 0 : numel / rows));
+            Parsed p = value();
+            ends_.pop_back();
+            try {
+                sub = subscriptOf(p.value.get());
+            } catch (const std::invalid_argument&) {
+                fail(at, tr("index:badSubscript"));
+            }
+        }
+        sub.column = columnOf(s_, at);
+        subs.push_back(std::move(sub));
+        skipBlanks();
+        if (peek() == close) break;
+        if (peek() != ',') fail(pos_, tr("parse:expectedCommaOr", {std::string(1, close)}));
+        ++pos_;
+    }
+    ++pos_;
+    try {
+        return indexArray(a, subs, open == '{');
+    } catch (const std::out_of_range& e) {
+        fail(start, e.what());
+    } catch (const std::invalid_argument& e) {
+        fail(start, e.what());
+    }
+}
+
+unique_vqarray_ptr Parser::postfix(const vqArray* base) {
+    unique_vqarray_ptr owned;
+    const vqArray* current = base;
+    bool empty = false;  // an unset field or cell slot: []
+    for (;;) {
+        const char c = peek();
+        if (c == '.' && pos_ + 1 < s_.size() && isIdentStart(s_[pos_ + 1])) {
+            const std::size_t at = ++pos_;
+            const std::string field = identifier();
+            if (empty || !vqIsStruct(current)) {
+                fail(at, tr("index:notStruct", {empty ? std::string("double")
+                                                      : std::string(vqGetClassName(current))}));
+            }
+            if (vqGetNumberOfElements(current) != 1) {
+                fail(at, tr("index:structArray", {formatDims(current)}));
+            }
+            const auto names = current->get_struct_field_names();
+            if (std::find(names.begin(), names.end(), field) == names.end()) {
+                std::string list;
+                for (const auto& n : names) list += (list.empty() ? "" : ", ") + n;
+                fail(at, tr("index:noField", {field, list}));
+            }
+            current = vqGetField(current, 0, field.c_str());
+            empty = current == nullptr;
+        } else if ((c == '(' || c == '{') && !empty) {
+            auto next = subscripted(current, c);
+            owned = std::move(next);
+            current = owned.get();
+            empty = current == nullptr;
+        } else {
+            break;
+        }
+    }
+    if (empty) return vqCreateDoubleMatrix(0, 0);
+    if (owned && current == owned.get()) return owned;
+    return vqDuplicateArray(current);
+}
+
+// NAME with what follows it: a built-in's call, a value (a variable, a value builder),
+// or a name nobody knows, reported after its arguments are read.
+void Parser::callOrValue(Statement& st, const std::string& word, std::size_t first) {
+    const std::size_t after = pos_;
+    if (variable(word) == nullptr && findGateway(word) == nullptr) {
+        const auto& builders = valueFunctions();
+        if (std::find(builders.begin(), builders.end(), word) == builders.end()) {
+            st.kind = Statement::Kind::Call;
+            st.nameColumn = columnOf(s_, first);
+            st.name = word;
+            skipBlanks();
+            if (peek() == '(') {
+                for (Parsed& p : callArguments(st.name)) st.args.push_back(std::move(p.value));
+            }
+            return;
+        }
+    }
+    if (variable(word) == nullptr && findGateway(word) != nullptr) {
+        st.kind = Statement::Kind::Call;
+        st.nameColumn = columnOf(s_, first);
+        st.name = word;
+        skipBlanks();
+        if (peek() == '(') {
+            for (Parsed& p : callArguments(st.name)) st.args.push_back(std::move(p.value));
+        }
+        return;
+    }
+    pos_ = first;
+    st.kind = Statement::Kind::Value;
+    st.args.push_back(value().value);
+    if (pos_ == after && variable(word) != nullptr) st.name = word;  // shown under its name
 }
 
 Statement Parser::statement() {
@@ -416,17 +587,16 @@ Statement Parser::statement() {
     skipBlanks();
     if (atStatementEnd()) return st;
 
-    if (peek() == '[') {
+    if (peek() == '[' && looksLikeOutputs()) {
         const std::size_t open = pos_++;
         for (;;) {
             skipBlanks();
-            if (atStatementEnd()) fail(open, "missing ']' after the output names");
             if (peek() == ']') {
                 ++pos_;
                 break;
             }
             if (peek() == ',') {
-                if (st.outputs.empty()) fail(pos_, "unexpected ','");
+                if (st.outputs.empty()) fail(pos_, tr("parse:unexpectedComma"));
                 ++pos_;
                 continue;
             }
@@ -434,51 +604,73 @@ Statement Parser::statement() {
                 ++pos_;
                 st.outputs.emplace_back("~");
             } else if (isIdentStart(peek())) {
+                const std::size_t at = pos_;
                 st.outputs.push_back(identifier());
+                if (findGateway(st.outputs.back()) != nullptr)
+                    fail(at, tr("parse:assignBuiltin", {st.outputs.back()}));
             } else {
-                fail(pos_, "expected an output name");
+                fail(pos_, tr("parse:expectedOutputName"));
             }
         }
-        if (st.outputs.empty()) fail(open, "expected at least one output name");
-        expect('=', "'=' after the output names");
+        if (st.outputs.empty()) fail(open, tr("parse:atLeastOneOutput"));
         skipBlanks();
-        if (!isIdentStart(peek())) fail(pos_, "expected the name of a built-in");
-        st.nameColumn = columnOf(s_, pos_);
-        st.name = identifier();
+        ++pos_;  // the '=' looksLikeOutputs saw
+        skipBlanks();
+        if (!isIdentStart(peek())) fail(pos_, tr("parse:expectedBuiltin"));
+        const std::size_t first = pos_;
+        const std::string word = identifier();
+        const auto& builders = valueFunctions();
+        if (findGateway(word) == nullptr &&
+            (variable(word) != nullptr ||
+             std::find(builders.begin(), builders.end(), word) != builders.end())) {
+            fail(first, tr("parse:expectedBuiltin"));
+        }
+        callOrValue(st, word, first);  // a name nobody knows is reported with a suggestion
     } else if (isIdentStart(peek())) {
         const std::size_t first = pos_;
         std::string word = identifier();
         const std::size_t after = pos_;
         skipBlanks();
+        const bool known = variable(word) != nullptr;
         if (peek() == '=' && (pos_ + 1 >= s_.size() || s_[pos_ + 1] != '=')) {
+            if (findGateway(word) != nullptr) fail(first, tr("parse:assignBuiltin", {word}));
             ++pos_;
             st.outputs.push_back(std::move(word));
             skipBlanks();
-            if (!isIdentStart(peek())) fail(pos_, "expected the name of a built-in");
-            st.nameColumn = columnOf(s_, pos_);
-            st.name = identifier();
+            if (atStatementEnd()) fail(pos_, tr("parse:expectedValue"));
+            const std::size_t rhs = pos_;
+            if (isIdentStart(peek())) {
+                const std::string name = identifier();
+                callOrValue(st, name, rhs);
+            } else {
+                st.kind = Statement::Kind::Value;
+                st.args.push_back(value().value);
+            }
+        } else if (!known && (word == "help" || word == "who" || word == "clear")) {
+            st.kind = word == "help"  ? Statement::Kind::Help
+                      : word == "who" ? Statement::Kind::Who
+                                      : Statement::Kind::Clear;
+            while (isIdentStart(peek())) {
+                std::string name = identifier();
+                if (st.kind == Statement::Kind::Help) {
+                    st.name = std::move(name);
+                    skipBlanks();
+                    break;
+                }
+                if (st.kind == Statement::Kind::Who) {
+                    pos_ -= name.size();
+                    break;
+                }
+                st.outputs.push_back(std::move(name));
+                skipBlanks();
+            }
         } else {
             pos_ = after;
-            st.nameColumn = columnOf(s_, first);
-            st.name = std::move(word);
+            callOrValue(st, word, first);
         }
     } else {
-        fail(pos_, "expected a statement: NAME(...), OUT = NAME(...) or [OUT1, OUT2] = NAME(...)");
-    }
-
-    if (st.name == "help" && st.outputs.empty()) {
-        st.kind = Statement::Kind::Help;
-        skipBlanks();
-        if (isIdentStart(peek()))
-            st.name = identifier();
-        else
-            st.name.clear();
-    } else {
-        st.kind = Statement::Kind::Call;
-        skipBlanks();
-        if (peek() == '(') {
-            for (Parsed& p : callArguments(st.name)) st.args.push_back(std::move(p.value));
-        }
+        st.kind = Statement::Kind::Value;
+        st.args.push_back(value().value);
     }
     skipBlanks();
     if (peek() == ';') {
@@ -486,7 +678,7 @@ Statement Parser::statement() {
         st.suppressed = true;
         skipBlanks();
     }
-    if (!atStatementEnd()) fail(pos_, "unexpected text after the statement");
+    if (!atStatementEnd()) fail(pos_, tr("parse:textAfterStatement"));
     return st;
 }
 
@@ -497,12 +689,40 @@ std::string_view withoutCarriageReturn(std::string_view line) {
 
 }  // namespace
 
-Statement parseStatement(std::string_view line) {
-    return Parser(withoutCarriageReturn(line)).statement();
+Statement parseStatement(std::string_view line, const Variables* variables) {
+    return Parser(withoutCarriageReturn(line), variables).statement();
 }
 
 unique_vqarray_ptr parseValue(std::string_view text) {
-    return Parser(withoutCarriageReturn(text)).wholeValue();
+    return Parser(withoutCarriageReturn(text), nullptr).wholeValue();
+}
+
+std::optional<std::string> continuedPart(std::string_view line) {
+    line = withoutCarriageReturn(line);
+    char quote = 0;
+    std::size_t end = line.size();
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote != 0) {
+            if (c == quote) quote = 0;  // a doubled quote closes and reopens: same state
+        } else if (c == '\'' || c == '"') {
+            quote = c;
+        } else if (c == '%') {
+            end = i;
+            break;
+        }
+    }
+    std::string_view code = line.substr(0, end);
+    while (!code.empty() && (code.back() == ' ' || code.back() == '\t')) code.remove_suffix(1);
+    if (code.size() < 3 || code.substr(code.size() - 3) != "...") return std::nullopt;
+    return std::string(code.substr(0, code.size() - 3)) + " ";
+}
+
+const std::vector<std::string>& valueFunctions() {
+    static const std::vector<std::string> names = {"struct",  "strings", "cell",    "zeros",
+                                                   "false",   "true",    "missing", "reshape",
+                                                   "logical", "repmat",  "NaN",     "Inf"};
+    return names;
 }
 
 }  // namespace qfs

@@ -1,5 +1,7 @@
 #include "qfs/Values.hpp"
 
+#include "qfs/Texts.hpp"
+
 #include "Hexfarrow/String/String.hpp"
 
 #include <algorithm>
@@ -46,16 +48,17 @@ std::vector<std::size_t> likePieces(const std::vector<const vqArray*>& pieces,
         const vqArray* p = pieces[i];
         if (vqGetClassID(p) != vqGetClassID(first)) {
             failedPiece = i;
-            throw std::invalid_argument(std::string("cannot concatenate ") + vqGetClassName(p) +
-                                        " with " + vqGetClassName(first));
+            throw std::invalid_argument(
+                tr("values:concatClass",
+                   {std::string(vqGetClassName(p)), std::string(vqGetClassName(first))}));
         }
         if (vqIsStruct(p) && !sameFieldSet(p, first)) {
             failedPiece = i;
-            throw std::invalid_argument("structs being concatenated must have the same fields");
+            throw std::invalid_argument(tr("values:concatFields"));
         }
         if (vqGetNumberOfDimensions(p) != 2) {
             failedPiece = i;
-            throw std::invalid_argument("cannot concatenate an array of more than two dimensions");
+            throw std::invalid_argument(tr("values:concatDims"));
         }
     }
     return kept;
@@ -137,8 +140,7 @@ unique_vqarray_ptr concatHorizontal(const std::vector<const vqArray*>& pieces,
     for (const std::size_t i : kept) {
         if (vqGetM(pieces[i]) != rows) {
             failedPiece = i;
-            throw std::invalid_argument(
-                "dimensions of arrays being concatenated are not consistent (row counts differ)");
+            throw std::invalid_argument(tr("values:rowCounts"));
         }
         cols += vqGetN(pieces[i]);
     }
@@ -161,10 +163,8 @@ unique_vqarray_ptr concatVertical(const std::vector<const vqArray*>& pieces,
     for (const std::size_t i : kept) {
         if (vqGetN(pieces[i]) != cols) {
             failedPiece = i;
-            throw std::invalid_argument(vqIsChar(pieces[i])
-                                            ? "char rows being stacked must have the same length"
-                                            : "dimensions of arrays being concatenated are not "
-                                              "consistent (column counts differ)");
+            throw std::invalid_argument(
+                tr(vqIsChar(pieces[i]) ? "values:charRows" : "values:columnCounts"));
         }
         rows += vqGetM(pieces[i]);
     }
@@ -186,8 +186,8 @@ unique_vqarray_ptr reshapeArray(const vqArray* x, const std::vector<vqSize>& dim
     vqSize count = 1;
     for (const vqSize d : dims) count *= d;
     if (count != vqGetNumberOfElements(x)) {
-        throw std::invalid_argument("reshape must keep the number of elements (" +
-                                    std::to_string(vqGetNumberOfElements(x)) + ")");
+        throw std::invalid_argument(
+            tr("values:reshapeCount", {static_cast<std::int64_t>(vqGetNumberOfElements(x))}));
     }
     // Built element by element rather than by vqReshape, so a string array's own record
     // of its dimensions agrees with the array's.
@@ -223,8 +223,7 @@ unique_vqarray_ptr repmatArray(const vqArray* x, const std::vector<vqSize>& reps
 unique_vqarray_ptr toLogical(const vqArray* x) {
     if (vqIsLogical(x)) return vqDuplicateArray(x);
     if (!vqIsNumeric(x)) {
-        throw std::invalid_argument(std::string("logical takes numbers or logicals, not ") +
-                                    vqGetClassName(x));
+        throw std::invalid_argument(tr("values:logicalClass", {std::string(vqGetClassName(x))}));
     }
     auto out = vqCreateNumericArray(dimsOf(x), vqLOGICAL_CLASS);
     const std::size_t n = vqGetNumberOfElements(x);
@@ -248,9 +247,83 @@ unique_vqarray_ptr toLogical(const vqArray* x) {
                                                                                              : 0;
             }
         }
-        if (std::isnan(v)) throw std::invalid_argument("NaN cannot be converted to logical");
+        if (std::isnan(v)) throw std::invalid_argument(tr("values:logicalNaN"));
         to[k] = v != 0;
     }
+    return out;
+}
+
+Subscript subscriptOf(const vqArray* value) {
+    Subscript sub;
+    if (!vqIsDouble(value)) throw std::invalid_argument("subscript");
+    const std::size_t n = vqGetNumberOfElements(value);
+    sub.dims = dimsOf(value);
+    sub.at.reserve(n);
+    for (std::size_t k = 0; k < n; ++k) {
+        const double d = vqGetPr(value)[k];
+        if (!(d >= 1) || d != std::floor(d) || d > 1e15) throw std::invalid_argument("subscript");
+        sub.at.push_back(static_cast<std::size_t>(d) - 1);
+    }
+    return sub;
+}
+
+namespace {
+
+std::vector<std::size_t> positions(const Subscript& s, std::size_t extent) {
+    if (s.all) {
+        std::vector<std::size_t> every(extent);
+        for (std::size_t k = 0; k < extent; ++k) every[k] = k;
+        return every;
+    }
+    for (const std::size_t k : s.at) {
+        if (k >= extent) {
+            throw std::out_of_range(tr("index:outOfRange", {static_cast<std::int64_t>(k + 1),
+                                                            static_cast<std::int64_t>(extent)}));
+        }
+    }
+    return s.at;
+}
+
+}  // namespace
+
+unique_vqarray_ptr indexArray(const vqArray* a, const std::vector<Subscript>& subs, bool brace) {
+    if (brace && !vqIsCell(a)) {
+        throw std::invalid_argument(tr("index:braceNotCell", {std::string(vqGetClassName(a))}));
+    }
+    const std::size_t numel = vqGetNumberOfElements(a);
+    std::vector<std::size_t> from;
+    std::vector<vqSize> dims;
+    if (subs.size() == 1) {
+        from = positions(subs[0], numel);
+        const bool vector = vqGetNumberOfDimensions(a) == 2 && (vqGetM(a) == 1 || vqGetN(a) == 1);
+        if (subs[0].all) {
+            dims = {from.size(), 1};
+        } else if (vector && subs[0].dims.size() == 2 &&
+                   (subs[0].dims[0] == 1 || subs[0].dims[1] == 1)) {
+            // A vector indexed by a vector keeps its own orientation.
+            dims = vqGetM(a) == 1 && numel != 1 ? std::vector<vqSize>{1, from.size()}
+                                                : std::vector<vqSize>{from.size(), 1};
+            if (numel == 1) dims = subs[0].dims;
+        } else {
+            dims = subs[0].dims;
+        }
+    } else {
+        const vqSize rows = vqGetM(a);
+        const vqSize cols = rows == 0 ? 0 : numel / rows;
+        const auto r = positions(subs[0], rows);
+        const auto c = positions(subs[1], cols);
+        dims = {r.size(), c.size()};
+        for (const std::size_t j : c) {
+            for (const std::size_t i : r) from.push_back(j * rows + i);
+        }
+    }
+    if (brace) {
+        if (from.size() != 1) throw std::invalid_argument(tr("index:braceOne"));
+        const vqArray* e = vqGetCell(a, from.front());
+        return e == nullptr ? vqCreateDoubleMatrix(0, 0) : vqDuplicateArray(e);
+    }
+    auto out = createLike(a, dims);
+    for (std::size_t k = 0; k < from.size(); ++k) copyElement(a, from[k], out.get(), k);
     return out;
 }
 

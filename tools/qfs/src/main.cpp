@@ -1,54 +1,46 @@
 // qfs: calls the filesystem built-ins from a shell, a script or an interactive prompt.
 #include "qfs/DebugLog.hpp"
+#include "qfs/Gateways.hpp"
 #include "qfs/Json.hpp"
 #include "qfs/Library.hpp"
+#include "qfs/Parser.hpp"
 #include "qfs/Session.hpp"
+#include "qfs/Texts.hpp"
 
+#include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
+#include "fl/sys/SystemCalls.hpp"
 
 #include <readline/history.h>
 #include <readline/readline.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <iostream>
 #include <optional>
+#include <pthread.h>
+#include <streambuf>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: qfs [options] 'STATEMENT'   run one statement\n"
-    "       qfs [options] -f FILE       run the statements of a file, one per line\n"
-    "       qfs [options]               interactive prompt on a terminal, else standard input\n"
-    "\n"
-    "statements:\n"
-    "  NAME(ARG, ...)   OUT = NAME(...)   [OUT1, OUT2] = NAME(...)   help   help NAME\n"
-    "  a trailing ';' suppresses the display; '%' starts a comment\n"
-    "values:\n"
-    "  'char' (''=0x0)  \"string\"  missing  1 -2.5e3 NaN Inf  true false  [a b; c d]  []\n"
-    "  {a, b; c, d}  struct('Name', VALUE, ...)  strings/cell/zeros/false(m, n)\n"
-    "  reshape(X, d1, d2, ...)  logical(X)  repmat(X, m, n)  char(code, ...)\n"
-    "\n"
-    "options:\n"
-    "  --json          one JSON object per statement on standard output (JSON Lines)\n"
-    "  --locale NAME   message language, e.g. de_DE.UTF-8 (default: LC_ALL, LC_MESSAGES, LANG)\n"
-    "  --debug         the filesystem core's debug records on standard error\n"
-    "  --library PATH  load this build of libzkfilesystemquorin.so\n"
-    "  -f FILE         run a file of statements\n"
-    "  --help          this text\n"
-    "  --version       the version\n"
-    "\n"
-    "The first error stops a file or piped input. Exit status: 0 success, 1 an error of a\n"
-    "call, 2 a usage or parse error.\n";
+using Args = std::vector<resource_core::MessageArg>;
 
 struct Options {
-    bool json = false;
+    qfs::Output form = qfs::Output::Display;
     bool debug = false;
+    bool quiet = false;
     std::optional<std::string> locale;
     std::optional<std::string> library;
     std::optional<std::string> file;
@@ -56,30 +48,296 @@ struct Options {
 };
 
 int usageError(const std::string& why) {
-    std::cerr << "qfs: " << why << "\n"
-              << "Try 'qfs --help'.\n";
+    std::cerr << "qfs: " << why << "\n" << qfs::tr("tryHelp") << "\n";
     return 2;
 }
 
-// Runs lines until one fails; the status of the failing one, else 0.
-int runLines(qfs::Session& session, std::istream& in) {
+void note(bool quiet, const std::string& text) {
+    if (!quiet) std::cerr << qfs::tr("notePrefix", Args{text}) << "\n";
+}
+
+// Standard output through the system-call seam, so that a failed write keeps its errno
+// until qfs reports it.
+class OutputBuffer : public std::streambuf {
+public:
+    explicit OutputBuffer(int fd) : fd_(fd) { setp(buffer_, buffer_ + sizeof buffer_); }
+    OutputBuffer(const OutputBuffer&) = delete;
+    OutputBuffer& operator=(const OutputBuffer&) = delete;
+    ~OutputBuffer() override { flushAll(); }
+    [[nodiscard]] int error() const { return error_; }
+
+protected:
+    int_type overflow(int_type c) override {
+        if (!flushAll()) return traits_type::eof();
+        if (!traits_type::eq_int_type(c, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(c);
+            pbump(1);
+        }
+        return traits_type::not_eof(c);
+    }
+    std::streamsize xsputn(const char* s, std::streamsize n) override {
+        if (n > epptr() - pptr()) {
+            if (!flushAll() || !writeAll(s, static_cast<std::size_t>(n))) return 0;
+            return n;
+        }
+        std::memcpy(pptr(), s, static_cast<std::size_t>(n));
+        pbump(static_cast<int>(n));
+        return n;
+    }
+    int sync() override { return flushAll() ? 0 : -1; }
+
+private:
+    bool writeAll(const char* p, std::size_t n) {
+        while (n > 0) {
+            const long done = fl::sys::write(fd_, p, n);
+            if (done < 0) {
+                error_ = errno;
+                return false;
+            }
+            p += done;
+            n -= static_cast<std::size_t>(done);
+        }
+        return true;
+    }
+    bool flushAll() {
+        const auto n = static_cast<std::size_t>(pptr() - pbase());
+        setp(buffer_, buffer_ + sizeof buffer_);
+        return error_ == 0 && writeAll(buffer_, n);
+    }
+
+    int fd_;
+    int error_ = 0;
+    char buffer_[1 << 16];
+};
+
+// Lines of a descriptor, read through the seam; a read error keeps its errno.
+class LineReader {
+public:
+    explicit LineReader(int fd) : fd_(fd) {}
+    // False at the end of the input or after an error (then error() is its errno).
+    bool next(std::string& line) {
+        for (;;) {
+            if (const auto nl = buffer_.find('\n', start_); nl != std::string::npos) {
+                line.assign(buffer_, start_, nl - start_);
+                start_ = nl + 1;
+                return true;
+            }
+            buffer_.erase(0, start_);
+            start_ = 0;
+            if (eof_) break;
+            char chunk[1 << 16];
+            const long n = fl::sys::read(fd_, chunk, sizeof chunk);
+            if (n < 0) {
+                error_ = errno;
+                return false;
+            }
+            if (n == 0) eof_ = true;
+            buffer_.append(chunk, static_cast<std::size_t>(n));
+        }
+        if (buffer_.empty()) return false;
+        line.swap(buffer_);
+        buffer_.clear();
+        return true;
+    }
+    [[nodiscard]] int error() const { return error_; }
+
+private:
+    int fd_;
+    std::string buffer_;
+    std::size_t start_ = 0;
+    bool eof_ = false;
+    int error_ = 0;
+};
+
+// Runs statements until one fails; the status of the failing one, else 0. Lines ending
+// in "..." join the next; a file's statements carry FILE:LINE of their first line.
+int runLines(qfs::Session& session, LineReader& in, const std::string& name, bool named) {
     std::string line;
-    while (std::getline(in, line)) {
-        const qfs::Status status = session.run(line);
+    std::string pending;
+    std::size_t number = 0;
+    std::size_t first = 0;
+    while (in.next(line)) {
+        ++number;
+        if (pending.empty()) first = number;
+        if (auto part = qfs::continuedPart(line)) {
+            pending += *part;
+            continue;
+        }
+        pending += line;
+        if (named) session.setOrigin(name + ":" + std::to_string(first));
+        const qfs::Status status = session.run(pending);
+        pending.clear();
         if (status != qfs::Status::Ok) return static_cast<int>(status);
     }
+    if (in.error() != 0) {
+        std::cerr << "qfs: " << qfs::tr("cannotRead", Args{name, fl::sys::errorText(in.error())})
+                  << "\n";
+        return 1;
+    }
+    if (!pending.empty()) return usageError(qfs::tr("unfinished"));
     return 0;
 }
 
-int runInteractive(qfs::Session& session) {
-    std::string history;
-    if (const char* home = std::getenv("HOME");
-        home != nullptr && *home != '\0') {  // NOLINT(concurrency-mt-unsafe)
-        history = std::string(home) + "/.qfs_history";
-        read_history(history.c_str());
+// ---- the interactive prompt
+
+qfs::Session* gSession = nullptr;
+volatile std::sig_atomic_t gInterrupted = 0;
+std::string gPending;  // a statement continued with "..."
+constexpr const char* kPrompt = ">> ";
+constexpr const char* kContinued = ".. ";
+
+void onInterrupt(int /*signal*/) { gInterrupted = 1; }
+
+// Ctrl-C at the prompt: the line being typed (and any continued statement) is dropped
+// and a fresh prompt shown.
+int afterSignal() {
+    if (gInterrupted == 0) return 0;
+    gInterrupted = 0;
+    gPending.clear();
+    rl_replace_line("", 0);
+    rl_point = rl_end = 0;
+    rl_crlf();
+    rl_set_prompt(kPrompt);
+    rl_on_new_line();
+    rl_redisplay();
+    return 0;
+}
+
+std::vector<std::string> gMatches;
+
+char* nextMatch(const char* /*text*/, int state) {
+    static std::size_t index = 0;
+    if (state == 0) index = 0;
+    if (index >= gMatches.size()) return nullptr;
+    return strdup(gMatches[index++].c_str());  // readline frees it
+}
+
+// The built-in whose argument list holds `at`, or "".
+std::string enclosingCall(std::string_view line, std::size_t at) {
+    int depth = 0;
+    for (std::size_t i = std::min(at, line.size()); i-- > 0;) {
+        const char c = line[i];
+        if (c == ')' || c == ']' || c == '}') ++depth;
+        if (c == '(' || c == '[' || c == '{') {
+            if (depth-- > 0) continue;
+            if (c != '(') return {};
+            std::size_t b = i;
+            while (b > 0 && (std::isalnum(static_cast<unsigned char>(line[b - 1])) != 0 ||
+                             line[b - 1] == '_'))
+                --b;
+            return std::string(line.substr(b, i - b));
+        }
     }
+    return {};
+}
+
+char** complete(const char* text, int start, int /*end*/) {
+    const std::string_view prefix = text;
+    std::vector<std::string> candidates;
+    gMatches.clear();
+    if (rl_completion_quote_character != 0) {
+        // Inside quotes: an option name where the built-in takes name-value pairs, else a
+        // file name (readline's own completion).
+        const std::string call = enclosingCall(rl_line_buffer, static_cast<std::size_t>(start));
+        if (call == "resolvePathFcn" || call == "resolvePathFcnWithAttributes") {
+            candidates = {"ResolveSymbolicLinks", "LocalPathFromFileScheme",
+                          "CaseCorrectAndResolveOnWindows"};
+        } else if (call == "mkFileFcn" || call == "mkSymlinkFcn") {
+            candidates = {"ReplacementRule"};
+        }
+        for (const auto& c : candidates) {
+            if (c.rfind(prefix, 0) == 0) gMatches.push_back(c);
+        }
+        if (gMatches.empty()) return nullptr;
+        rl_attempted_completion_over = 1;
+        return rl_completion_matches(text, nextMatch);
+    }
+    rl_attempted_completion_over = 1;  // no file names outside quotes
+    rl_completion_append_character = '\0';
+    for (const auto& g : qfs::gateways()) candidates.emplace_back(g.name);
+    const std::string_view before(rl_line_buffer, static_cast<std::size_t>(start));
+    if (before.find_first_not_of(" \t") == std::string_view::npos ||
+        before.substr(before.find_first_not_of(" \t")) != "help ") {
+        if (gSession != nullptr) {
+            for (auto& v : gSession->variableNames()) candidates.push_back(std::move(v));
+        }
+        for (const auto& f : qfs::valueFunctions()) candidates.push_back(f);
+        for (const char* c : {"help", "who", "clear", "exit"}) candidates.emplace_back(c);
+    }
+    for (const auto& c : candidates) {
+        if (c.rfind(prefix, 0) == 0) gMatches.push_back(c);
+    }
+    std::sort(gMatches.begin(), gMatches.end());
+    gMatches.erase(std::unique(gMatches.begin(), gMatches.end()), gMatches.end());
+    if (gMatches.empty()) return nullptr;
+    return rl_completion_matches(text, nextMatch);
+}
+
+// Runs one statement on a worker thread while this one watches Ctrl-C: a built-in runs to
+// its end, so the first Ctrl-C only says so; a second ends qfs with the history saved.
+void runWatched(qfs::Session& session, const std::string& line, const std::string& history) {
+    sigset_t watched;
+    sigemptyset(&watched);
+    sigaddset(&watched, SIGINT);
+    sigaddset(&watched, SIGUSR1);  // the worker's "done"
+    pthread_sigmask(SIG_BLOCK, &watched, nullptr);
+    const pthread_t self = pthread_self();
+    std::atomic<bool> done{false};
+    std::thread worker([&] {
+        session.run(line);
+        done = true;
+        pthread_kill(self, SIGUSR1);
+    });
+    int presses = 0;
+    while (!done) {
+        if (sigwaitinfo(&watched, nullptr) != SIGINT) continue;
+        if (++presses == 1) {
+            std::cerr << "\nqfs: " << qfs::tr("running") << "\n";
+            continue;
+        }
+        if (!history.empty()) write_history(history.c_str());
+        std::_Exit(130);
+    }
+    worker.join();
+    // A "done" that arrived after the loop saw the flag must not stay pending.
+    const timespec none{0, 0};
+    sigset_t finished;
+    sigemptyset(&finished);
+    sigaddset(&finished, SIGUSR1);
+    while (sigtimedwait(&finished, nullptr, &none) == SIGUSR1) {
+    }
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+}
+
+int runInteractive(qfs::Session& session, bool banner) {
+    std::string history;
+    if (const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+        home != nullptr && *home != '\0') {
+        history = std::string(home) + "/.qfs_history";
+        if (const int e = read_history(history.c_str()); e != 0 && e != ENOENT) {
+            std::cerr << "qfs: " << qfs::tr("cannotRead", Args{history, fl::sys::errorText(e)})
+                      << "\n";
+        }
+    }
+    gSession = &session;
+    rl_readline_name = "qfs";
+    rl_catch_signals = 0;
+    rl_signal_event_hook = afterSignal;
+    rl_attempted_completion_function = complete;
+    rl_completer_quote_characters = "'\"";
+    rl_basic_word_break_characters = const_cast<char*>(" \t\n\"'([{,;=~+*<>");  // NOLINT
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);  // no SA_RESTART: readline's wait returns EINTR
+
+    if (banner) std::cout << qfs::tr("banner", Args{std::string(QFS_VERSION)}) << "\n";
     for (;;) {
-        char* raw = readline(">> ");
+        gInterrupted = 0;
+        char* raw = readline(gPending.empty() ? kPrompt : kContinued);
         if (raw == nullptr) {
             std::cout << "\n";
             break;
@@ -87,13 +345,25 @@ int runInteractive(qfs::Session& session) {
         const std::string line(raw);
         std::free(raw);  // NOLINT(cppcoreguidelines-no-malloc): readline's buffer
         const auto first = line.find_first_not_of(" \t");
-        if (first == std::string::npos) continue;
+        if (first == std::string::npos && gPending.empty()) continue;
         add_history(line.c_str());
-        const std::string_view word = std::string_view(line).substr(first);
+        if (auto part = qfs::continuedPart(line)) {
+            gPending += *part;
+            continue;
+        }
+        const std::string statement = gPending + line;
+        gPending.clear();
+        const std::string_view word = std::string_view(line).substr(std::min(first, line.size()));
         if (word == "exit" || word == "quit") break;
-        session.run(line);
+        runWatched(session, statement, history);
     }
-    if (!history.empty()) write_history(history.c_str());
+    if (!history.empty()) {
+        if (const int e = write_history(history.c_str()); e != 0) {
+            std::cerr << "qfs: "
+                      << qfs::tr("cannotWriteHistory", Args{history, fl::sys::errorText(e)})
+                      << "\n";
+        }
+    }
     return 0;
 }
 
@@ -102,78 +372,120 @@ int runInteractive(qfs::Session& session) {
 int main(int argc, char** argv) {
     Options opt;
     bool optionsDone = false;
+    // The locale first, so that usage errors already speak its language.
+    fl::i18n::ZkLocale::global(fl::i18n::ZkLocale::fromEnvironment());
     for (int i = 1; i < argc; ++i) {
         const std::string_view a = argv[i];
+        if (a == "--locale" && i + 1 < argc)
+            fl::i18n::ZkLocale::global(fl::i18n::ZkLocale(argv[i + 1]));
+        if (a.rfind("--locale=", 0) == 0)
+            fl::i18n::ZkLocale::global(fl::i18n::ZkLocale(std::string(a.substr(9))));
+    }
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view a = argv[i];
+        std::optional<std::string> missing;
         auto value = [&](std::string_view name) -> std::optional<std::string> {
             if (a.size() > name.size() && a.substr(0, name.size()) == name &&
                 a[name.size()] == '=') {
                 return std::string(a.substr(name.size() + 1));
             }
             if (a != name) return std::nullopt;
-            if (i + 1 >= argc) return std::string("\x01");  // reported below as missing
+            if (i + 1 >= argc) {
+                missing = std::string(name);
+                return std::string();
+            }
             return std::string(argv[++i]);
         };
         if (!optionsDone && a.size() > 1 && a.front() == '-') {
             if (a == "--") {
                 optionsDone = true;
             } else if (a == "--help") {
-                std::cout << kUsage;
+                std::cout << qfs::tr("usage") << "\n";
                 return 0;
             } else if (a == "--version") {
                 std::cout << "qfs " << QFS_VERSION << "\n";
                 return 0;
-            } else if (a == "--json") {
-                opt.json = true;
+            } else if (a == "--json" || a == "--json=typed") {
+                opt.form = qfs::Output::Typed;
+            } else if (a == "--json=plain") {
+                opt.form = qfs::Output::Plain;
+            } else if (a.rfind("--json=", 0) == 0) {
+                return usageError(qfs::tr("badJsonForm", Args{std::string(a.substr(7))}));
             } else if (a == "--debug") {
                 opt.debug = true;
+            } else if (a == "--quiet" || a == "-q") {
+                opt.quiet = true;
             } else if (auto v = value("--locale")) {
-                if (*v == "\x01") return usageError("--locale needs a locale name");
                 opt.locale = *v;
             } else if (auto l = value("--library")) {
-                if (*l == "\x01") return usageError("--library needs a path");
                 opt.library = *l;
             } else if (auto f = value("-f")) {
-                if (*f == "\x01") return usageError("-f needs a file name");
                 opt.file = *f;
             } else {
-                return usageError("unknown option '" + std::string(a) + "'");
+                return usageError(qfs::tr("unknownOption", Args{std::string(a)}));
             }
+            if (missing) return usageError(qfs::tr("needsValue", Args{*missing}));
             continue;
         }
-        if (opt.statement)
-            return usageError("give one statement (use -f or standard input for more)");
+        if (opt.statement) return usageError(qfs::tr("oneStatement"));
         opt.statement = std::string(a);
     }
-    if (opt.statement && opt.file)
-        return usageError("give either a statement or -f FILE, not both");
+    if (opt.statement && opt.file) return usageError(qfs::tr("statementOrFile"));
 
-    fl::i18n::ZkLocale::global(opt.locale ? fl::i18n::ZkLocale(*opt.locale)
-                                          : fl::i18n::ZkLocale::fromEnvironment());
+    const fl::i18n::ZkLocale& locale = fl::i18n::ZkLocale::global();
+    const auto languages = fl::i18n::MessageCatalog::languages();
+    if (std::find(languages.begin(), languages.end(), locale.language()) == languages.end()) {
+        note(opt.quiet, qfs::tr("unknownLocale", Args{locale.name()}));
+    }
     if (opt.debug) qfs::enableDebugLogging();
 
-    std::ifstream file;
+    fl::sys::UniqueFd file;
     if (opt.file) {
-        file.open(*opt.file);
-        if (!file) return usageError("cannot open '" + *opt.file + "'");
+        file = fl::sys::openat(AT_FDCWD, opt.file->c_str(), O_RDONLY);
+        if (!file.valid()) {
+            const int e = errno;
+            std::cerr << "qfs: " << qfs::tr("cannotOpen", Args{*opt.file, fl::sys::errorText(e)})
+                      << "\n";
+            return 2;
+        }
     }
 
+    OutputBuffer output(STDOUT_FILENO);
+    std::ostream out(&output);
     std::optional<qfs::Library> library;
     try {
         library.emplace(opt.library ? *opt.library : qfs::Library::defaultPath());
     } catch (...) {
         const qfs::ErrorReport r = qfs::describeError(std::current_exception());
-        if (opt.json) {
-            std::cout << qfs::jsonLine(qfs::errorJson(r.identifier, r.message, r.arguments))
-                      << "\n";
+        if (opt.form != qfs::Output::Display) {
+            out << qfs::jsonLine(qfs::errorJson(r.identifier, r.message, r.arguments)) << "\n";
         } else {
-            std::cerr << "Error using qfs\n" << r.message << "\n(" << r.identifier << ")\n";
+            std::cerr << qfs::tr("errorUsing", Args{std::string("qfs")}) << "\n"
+                      << r.message << "\n(" << r.identifier << ")\n";
         }
         return 1;
     }
 
-    qfs::Session session(*library, std::cout, std::cerr, opt.json);
-    if (opt.statement) return static_cast<int>(session.run(*opt.statement));
-    if (opt.file) return runLines(session, file);
-    if (isatty(STDIN_FILENO) == 0) return runLines(session, std::cin);
-    return runInteractive(session);
+    int status = 0;
+    {
+        qfs::Session session(*library, out, std::cerr, opt.form, opt.quiet);
+        if (opt.statement) {
+            status = static_cast<int>(session.run(*opt.statement));
+        } else if (opt.file) {
+            LineReader in(file.get());
+            status = runLines(session, in, *opt.file, true);
+        } else if (isatty(STDIN_FILENO) == 0) {
+            LineReader in(STDIN_FILENO);
+            status = runLines(session, in, "-", false);
+        } else {
+            status = runInteractive(session, opt.form == qfs::Output::Display);
+        }
+        out.flush();
+    }
+    if (output.error() != 0) {
+        std::cerr << "qfs: "
+                  << qfs::tr("cannotWriteOutput", Args{fl::sys::errorText(output.error())}) << "\n";
+        return status == 0 ? 1 : status;
+    }
+    return status;
 }

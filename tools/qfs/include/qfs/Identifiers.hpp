@@ -1,5 +1,6 @@
 #pragma once
-// qfs's own identified errors: a statement it cannot parse, a name that is no built-in,
+// qfs's own identified errors: a statement it cannot parse, a name that is no built-in
+// (with or without a near name to suggest),
 // a built-in the loaded library does not export, a library that does not load.
 //
 // They are thrown as the host's Exception<ID>, so they are reported exactly like the
@@ -22,6 +23,12 @@ struct ParseError : resource_core::FixedMsgID<2> {
 struct UnknownFunction : resource_core::FixedMsgID<2> {
     UnknownFunction(const std::string& name, const std::string& known)
         : FixedMsgID("QUORIN:qfs", "UnknownFunction", name, known) {}
+};
+
+// Arguments: the name as typed, the nearest built-in or variable.
+struct UnknownName : resource_core::FixedMsgID<2> {
+    UnknownName(const std::string& name, const std::string& nearest)
+        : FixedMsgID("QUORIN:qfs", "UnknownName", name, nearest) {}
 };
 
 // Argument: the built-in's name.

@@ -43,4 +43,21 @@ unique_vqarray_ptr repmatArray(const vqArray* x, const std::vector<vqSize>& reps
 // logical(X): numbers and logicals; non-zero is true, NaN is refused.
 unique_vqarray_ptr toLogical(const vqArray* x);
 
+// One subscript of an index expression: every index along its dimension (":"), or the
+// zero-based positions a one-based subscript names, in the subscript's own shape.
+struct Subscript {
+    bool all = false;
+    std::vector<std::size_t> at;
+    std::vector<vqSize> dims;  // the subscript value's dimensions
+    std::size_t column = 0;
+};
+
+// A double array of positive whole numbers as a subscript; std::invalid_argument else.
+Subscript subscriptOf(const vqArray* value);
+
+// a(i) (one subscript: linear, column-major) or a(i, j) (rows, then columns with the
+// higher dimensions folded in); braces take the one cell selected and give its content
+// (an empty slot gives []). std::out_of_range for an index past the end, with a sentence.
+unique_vqarray_ptr indexArray(const vqArray* a, const std::vector<Subscript>& subs, bool brace);
+
 }  // namespace qfs
