@@ -1,16 +1,26 @@
 // The makers on a file system that is full (a tiny tmpfs in a private mount namespace).
 // With no inode left nothing can be made; with no block left an empty file still can,
-// but not a link whose target text needs a block of its own. Nothing is left half-made.
+// but not a link whose target text needs a block of its own. Nothing is left half-made,
+// and a link to be replaced stays as it was. A link being replaced that becomes a file,
+// a folder or nothing at the last moment (through the system-call seam) is never lost.
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/Child.hpp"
 #include "zkfs/test/TempTree.hpp"
 
+#include "fl/sys/SystemCalls.hpp"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zkfs::test {
@@ -59,8 +69,11 @@ TEST(FullFileSystem, NothingIsMadeWhereThereIsNoRoom) {
     bool ran = runWithTmpfs(
         full, "size=64k,nr_inodes=8",
         [&] {
+            ASSERT_EQ(::symlink("../t.txt", (full + "/old").c_str()), 0);
             fill(full, false);
             const auto before = tree.snapshot();
+            EXPECT_EQ(failure("mkSymlinkFcn('full/old', 'full', 'ReplacementRule', 'overwrite')"),
+                      kUnknown);
             EXPECT_EQ(failure("mkFileFcn('full/new.txt')"), kUnknown);
             EXPECT_EQ(failure("mkFileFcn('full/newdir/deeper/new.txt')"), kUnknown);
             EXPECT_EQ(failure("mkSymlinkFcn('full/link', 't.txt')"), kUnknown);
@@ -74,14 +87,70 @@ TEST(FullFileSystem, NothingIsMadeWhereThereIsNoRoom) {
           runWithTmpfs(
               full, "size=64k,nr_inodes=64",
               [&] {
+                  ASSERT_EQ(::symlink("../t.txt", (full + "/old").c_str()), 0);
                   fill(full, true);
                   EXPECT_EQ(failure("mkFileFcn('full/empty.txt')"), "");
                   const auto before = tree.snapshot();
                   EXPECT_EQ(failure("mkSymlinkFcn('full/link', '" + longTarget + "')"), kUnknown);
+                  EXPECT_EQ(failure("mkSymlinkFcn('full/old', '" + longTarget +
+                                    "', 'ReplacementRule', 'overwrite')"),
+                            kUnknown);
                   EXPECT_EQ(tree.snapshot(), before);
               },
               why);
     if (!ran) GTEST_SKIP() << why;
+}
+
+// Right before the new link is exchanged into place (through the seam), the old one
+// becomes a file, a folder or nothing, as another process could make it.
+TEST(ReplacedLink, SomethingElseAtTheNameIsNeverLost) {
+    TempTree tree;
+    tree.makeFile("t.txt", "target");
+    tree.makeFile("new.txt", "new target");
+    const InFolder inside(tree.root());
+    for (const std::string swappedIn : {"file", "folder", "nothing"}) {
+        SCOPED_TRACE(swappedIn);
+        std::filesystem::remove_all(tree.path("old"));
+        tree.makeLink("t.txt", "old");
+        bool swapped = false;
+        const fl::sys::ScopedFaultHook hook([&](fl::sys::Call& c) {
+            if (c.op != fl::sys::Op::Renameat2 || c.phase != fl::sys::Phase::Before || swapped) {
+                return 0;
+            }
+            swapped = true;
+            EXPECT_EQ(::unlinkat(c.fd, c.name, 0), 0);
+            if (swappedIn == "file") {
+                std::ofstream(tree.path("old")) << "precious";
+            } else if (swappedIn == "folder") {
+                EXPECT_EQ(::mkdirat(c.fd, c.name, 0755), 0);
+            }
+            return 0;
+        });
+        const std::string answer =
+            failure("mkSymlinkFcn('old', 'new.txt', 'ReplacementRule', 'overwrite')");
+        EXPECT_TRUE(swapped);
+        std::vector<std::string> left;
+        for (const auto& e : std::filesystem::directory_iterator(tree.root())) {
+            left.push_back(e.path().filename().string());
+        }
+        std::sort(left.begin(), left.end());
+        EXPECT_EQ(left, (std::vector<std::string>{"new.txt", "old", "t.txt"}))
+            << "nothing else is left";
+        const auto status = std::filesystem::symlink_status(tree.path("old"));
+        if (swappedIn == "nothing") {
+            // The free name is taken by the new link: the call did what it was asked.
+            EXPECT_EQ(answer, "");
+            EXPECT_EQ(std::filesystem::read_symlink(tree.path("old")), "new.txt");
+        } else {
+            EXPECT_EQ(answer, "QUORIN:virtualfilesystem:resourceAlreadyExists");
+            EXPECT_EQ(status.type(), swappedIn == "file" ? std::filesystem::file_type::regular
+                                                         : std::filesystem::file_type::directory);
+            if (swappedIn == "file") {
+                std::ifstream in(tree.path("old"));
+                EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "precious");
+            }
+        }
+    }
 }
 
 }  // namespace
