@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -31,6 +32,17 @@ struct NotEnoughInputs : resource_core::FixedMsgID<0> {
 struct InvalidFieldName : resource_core::FixedMsgID<1> {
     explicit InvalidFieldName(const std::string& name)
         : FixedMsgID("QUORIN", "InvalidFieldName", name) {}
+};
+
+// Memory ran out: with the request in bytes where the host made it, without where a
+// library's own container did.
+struct OutOfMemory : resource_core::FixedMsgID<0> {
+    OutOfMemory() : FixedMsgID("QUORIN", "OutOfMemory") {}
+};
+struct OutOfMemoryFor : resource_core::FixedMsgID<1> {
+    explicit OutOfMemoryFor(std::size_t bytes)
+        : FixedMsgID("QUORIN", "OutOfMemoryFor",
+                     static_cast<std::int64_t>(std::min<std::size_t>(bytes, INT64_MAX))) {}
 };
 
 }  // namespace QUORIN
@@ -90,6 +102,31 @@ std::vector<vqSize> normaliseDims(std::vector<vqSize> dims) {
     return dims;
 }
 
+std::atomic<std::size_t> gAllocationLimit{SIZE_MAX};
+
+// Element storage of `count` elements of `size` bytes, within the host's limit.
+void* allocateElements(std::size_t count, std::size_t size) {
+    const std::size_t bytes = size != 0 && count > SIZE_MAX / size ? SIZE_MAX : count * size;
+    if (bytes > gAllocationLimit.load(std::memory_order_relaxed)) vqThrowOutOfMemory(bytes);
+    void* p = std::calloc(count, size);
+    if (p == nullptr) vqThrowOutOfMemory(bytes);
+    return p;
+}
+
+// `count` empty slots, within the host's limit.
+void assignSlots(std::vector<vqArray*>& slots, std::size_t count) {
+    const std::size_t bytes =
+        count > SIZE_MAX / sizeof(vqArray*) ? SIZE_MAX : count * sizeof(vqArray*);
+    if (bytes > gAllocationLimit.load(std::memory_order_relaxed)) vqThrowOutOfMemory(bytes);
+    try {
+        slots.assign(count, nullptr);
+    } catch (const std::bad_alloc&) {
+        vqThrowOutOfMemory(bytes);
+    } catch (const std::length_error&) {
+        vqThrowOutOfMemory(bytes);
+    }
+}
+
 vqSize countOf(const std::vector<vqSize>& dims) {
     vqSize n = 1;
     for (const vqSize d : dims) {
@@ -127,11 +164,8 @@ struct vqArrayAccess {
 
 vqArray::vqArray(vqClassID cls, std::vector<vqSize> dims)
     : class_(cls), dims_(std::move(dims)), numel_(countOf(dims_)) {
-    if (hasData(cls) && numel_ > 0) {
-        data_ = std::calloc(numel_, elementSize(cls));
-        if (data_ == nullptr) throw std::bad_alloc();
-    }
-    if (cls == vqCELL_CLASS) slots_.assign(numel_, nullptr);
+    if (hasData(cls) && numel_ > 0) data_ = allocateElements(numel_, elementSize(cls));
+    if (cls == vqCELL_CLASS) assignSlots(slots_, numel_);
     ++gLiveArrays;
 }
 
@@ -397,7 +431,10 @@ unique_vqarray_ptr vqCreateStructArray(const std::vector<vqSize>& dims,
     }
     auto a = vqArrayAccess::make(vqSTRUCT_CLASS, dims);
     vqArrayAccess::fields(a.get()) = fields;
-    vqArrayAccess::slots(a.get()).assign(a->numel() * fields.size(), nullptr);
+    assignSlots(vqArrayAccess::slots(a.get()),
+                fields.empty() || a->numel() <= SIZE_MAX / fields.size()
+                    ? a->numel() * fields.size()
+                    : SIZE_MAX);
     return a;
 }
 unique_vqarray_ptr vqCreatePayloadArray(const std::vector<vqSize>& dims, vqClassID cls,
@@ -437,3 +474,12 @@ unique_vqarray_ptr vqReshape(const vqArray* a, const std::vector<vqSize>& dims) 
 }
 
 long vqLiveArrayCount() noexcept { return gLiveArrays.load(); }
+
+void vqThrowOutOfMemory(std::size_t bytes) {
+    if (bytes == 0) foundation::core::except::throwMsgID(QUORIN::OutOfMemory());
+    foundation::core::except::throwMsgID(QUORIN::OutOfMemoryFor(bytes));
+}
+
+std::size_t vqSetAllocationLimit(std::size_t bytes) noexcept {
+    return gAllocationLimit.exchange(bytes == 0 ? SIZE_MAX : bytes);
+}

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <sched.h>
 #include <string>
@@ -117,12 +118,24 @@ bool runWithTmpfs(const std::string& mountPoint, const std::string& options,
 }
 
 void runWithLimits(std::size_t stackBytes, std::size_t descriptors,
-                   const std::function<void()>& block) {
+                   const std::function<void()>& block, std::size_t moreAddressSpace) {
     runForked(
         [&]() -> std::string {
             const rlimit stack{stackBytes, stackBytes};
             const rlimit files{descriptors, descriptors};
             if (::setrlimit(RLIMIT_STACK, &stack) != 0 || ::setrlimit(RLIMIT_NOFILE, &files) != 0) {
+                return std::string("setrlimit: ") + std::strerror(errno);
+            }
+            if (moreAddressSpace == 0) return {};
+            std::ifstream status("/proc/self/status");
+            std::size_t heldKiB = 0;
+            for (std::string line; std::getline(status, line);) {
+                if (line.rfind("VmSize:", 0) == 0) heldKiB = std::stoul(line.substr(7));
+            }
+            if (heldKiB == 0) return "no VmSize in /proc/self/status";
+            const rlimit space{heldKiB * 1024 + moreAddressSpace,
+                               heldKiB * 1024 + moreAddressSpace};
+            if (::setrlimit(RLIMIT_AS, &space) != 0) {
                 return std::string("setrlimit: ") + std::strerror(errno);
             }
             return {};

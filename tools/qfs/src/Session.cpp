@@ -10,8 +10,10 @@
 #include "Hexfarrow/String/String.hpp"
 #include "fl/i18n/unicode.hpp"
 #include "foundation/core/except/Exception.hpp"
+#include "vq/vqArray.hpp"
 
 #include <algorithm>
+#include <new>
 #include <ostream>
 #include <set>
 #include <utility>
@@ -113,6 +115,13 @@ ErrorReport describeError(const std::exception_ptr& error) {
         }
     } catch (const foundation::core::except::IException& e) {
         r.message = e.what();
+    } catch (const std::bad_alloc&) {
+        // A container of the library's own ran out: the host's error, its size unknown.
+        try {
+            vqThrowOutOfMemory(0);
+        } catch (...) {
+            return describeError(std::current_exception());
+        }
     } catch (const std::exception& e) {
         r.message = e.what();
     } catch (...) {

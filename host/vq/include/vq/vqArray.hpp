@@ -182,3 +182,11 @@ VQ_API unique_vqarray_ptr vqReshape(const vqArray* a, const std::vector<vqSize>&
 
 // Arrays created minus arrays freed, since the process started.
 VQ_API long vqLiveArrayCount() noexcept;
+
+// Memory that ran out is the host's identified error: "QUORIN:OutOfMemoryFor" with the
+// bytes asked for, or "QUORIN:OutOfMemory" when that is not known (bytes 0). Every
+// creation above throws it, having released what it built, instead of std::bad_alloc.
+[[noreturn]] VQ_API void vqThrowOutOfMemory(std::size_t bytes);
+// The most one array's elements or slots may take, as the host's array-size preference
+// does (0: no limit beyond the system's); answers the previous limit.
+VQ_API std::size_t vqSetAllocationLimit(std::size_t bytes) noexcept;

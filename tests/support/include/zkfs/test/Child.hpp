@@ -34,8 +34,10 @@ bool runWithTmpfs(const std::string& mountPoint, const std::string& options,
 
 // Runs the block in a child whose stack may grow to `stackBytes` and which may hold at
 // most `descriptors` open files (both its soft and hard limits), as a user's `ulimit -s`
-// and `ulimit -n` would hold it.
+// and `ulimit -n` would hold it; with `moreAddressSpace`, its address space may grow by
+// that many bytes beyond what it holds when the block starts (`ulimit -v`; AddressSanitizer
+// reserves terabytes of shadow memory, so a sanitized build cannot run such a child).
 void runWithLimits(std::size_t stackBytes, std::size_t descriptors,
-                   const std::function<void()>& block);
+                   const std::function<void()>& block, std::size_t moreAddressSpace = 0);
 
 }  // namespace zkfs::test
