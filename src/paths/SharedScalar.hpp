@@ -11,6 +11,7 @@
 #include "fl/ustring.hpp"
 #include "vq/vqArray.hpp"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -54,6 +55,25 @@ public:
 
 private:
     std::unordered_map<fl::ustring, SharedScalar> arrays_;
+};
+
+// Double scalars that recur (NaN for a time not known, the sizes 0 and 4096, the times of
+// files made together), shared the same way and bounded the same way; keyed by their bits,
+// so NaN finds NaN.
+class SharedNumbers {
+public:
+    static constexpr std::size_t kCapacity = 512;
+
+    [[nodiscard]] vqArray* reference(double value) {
+        const auto key = std::bit_cast<std::uint64_t>(value);
+        const auto it = arrays_.find(key);
+        if (it != arrays_.end()) return it->second.reference();
+        if (arrays_.size() >= kCapacity) return vqCreateDoubleScalar(value).release();
+        return arrays_.try_emplace(key, vqCreateDoubleScalar(value)).first->second.reference();
+    }
+
+private:
+    std::unordered_map<std::uint64_t, SharedScalar> arrays_;
 };
 
 }  // namespace quorin::io::filesystem::quorin

@@ -45,23 +45,25 @@ double millisecondsSinceEpoch(const boost::posix_time::ptime& t) {
     return static_cast<double>(micros / 1000);  // integer division truncates toward zero
 }
 
-// Fills elements of the result; the type texts and flags are shared between elements.
+// Fills elements of the result. Every value that recurs is one array shared between the
+// elements that hold it: the type texts, the flags, a path met again ("" above all), a time
+// or size met again (NaN and 0 above all), so that a result of paths that name nothing
+// costs little more than its field slots.
 class ElementWriter {
 public:
     explicit ElementWriter(vqArray* s) : s_(s) {}
 
-    void fill(std::size_t i, const core::ResolvePathResult& r) const {
-        set(i, ResolvedPath, Hexfarrow::String::createStringArray(r.path).release());
+    void fill(std::size_t i, const core::ResolvePathResult& r) {
+        set(i, ResolvedPath, paths_.reference(r.path));
         set(i, Type, type(r.type).reference());
     }
 
-    void fill(std::size_t i, const core::ResolvePathResultWithAttributes& r) const {
+    void fill(std::size_t i, const core::ResolvePathResultWithAttributes& r) {
         fill(i, static_cast<const core::ResolvePathResult&>(r));
         set(i, Readable, (r.readable ? yes_ : no_).reference());
         set(i, Writable, (r.writable ? yes_ : no_).reference());
-        set(i, LastModified,
-            vqCreateDoubleScalar(millisecondsSinceEpoch(r.lastModified)).release());
-        set(i, Size, vqCreateDoubleScalar(static_cast<double>(r.size)).release());
+        set(i, LastModified, numbers_.reference(millisecondsSinceEpoch(r.lastModified)));
+        set(i, Size, numbers_.reference(static_cast<double>(r.size)));
     }
 
 private:
@@ -89,12 +91,14 @@ private:
     SharedScalar none_{Hexfarrow::String::createStringArray(u"None")};
     SharedScalar yes_{vqCreateLogicalScalar(true)};
     SharedScalar no_{vqCreateLogicalScalar(false)};
+    SharedTexts paths_;
+    SharedNumbers numbers_;
 };
 
 // A path the core cannot reach through storage is answered as one that is not there.
 struct Basic {
     static std::vector<std::string> fields() { return {"ResolvedPath", "Type"}; }
-    static void resolveInto(const ElementWriter& w, std::size_t i, const fl::ustring& path,
+    static void resolveInto(ElementWriter& w, std::size_t i, const fl::ustring& path,
                             const ResolvePathOptions& options) {
         try {
             w.fill(i, core::resolvePath(path, options));
@@ -110,7 +114,7 @@ struct WithAttributes {
     static std::vector<std::string> fields() {
         return {"ResolvedPath", "Type", "Readable", "Writable", "LastModified", "Size"};
     }
-    static void resolveInto(const ElementWriter& w, std::size_t i, const fl::ustring& path,
+    static void resolveInto(ElementWriter& w, std::size_t i, const fl::ustring& path,
                             const ResolvePathOptions& options) {
         try {
             w.fill(i, core::resolvePathWithAttributes(path, options));
@@ -133,7 +137,7 @@ void resolveGateway(int outCount, unique_vqarray_ptr* outputs, int argCount,
     const vqArray* paths = args[0];
     unique_vqarray_ptr result =
         matrix::detail::do_create_struct(gw::textResultDims(paths), Variant::fields());
-    const ElementWriter writer(result.get());
+    ElementWriter writer(result.get());
     fl::ustring path;
     gw::forEachText(paths, [&](std::size_t i, const std::optional<fl::ustring_view>& text) {
         if (!text) return;  // a missing string keeps its element's empty fields
