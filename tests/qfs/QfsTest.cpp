@@ -25,6 +25,7 @@
 #include <limits>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -305,6 +306,31 @@ TEST_F(QfsTest, VariablesFieldsAndSubscripts) {
     EXPECT_EQ(qfs::nearest("zzz", {"pathFcn"}), "");
     EXPECT_EQ(qfs::continuedPart("x = [1 2 ...  % more"), "x = [1 2  ");
     EXPECT_EQ(qfs::continuedPart("x = '...'"), std::nullopt);
+}
+
+// Variables hold host arrays until clear or the session's end; nothing else stays.
+TEST_F(QfsTest, ClearAndTheSessionsEndReleaseEveryVariable) {
+    const qfs::Library library(qfs::Library::defaultPath());
+    std::ostringstream err;
+    const long start = vqLiveArrayCount();
+    std::vector<qfs::Json> answers;
+    {
+        qfs::Session session(library, err, [&](qfs::Answer a) { answers.push_back(a.typed); });
+        for (const char* s : {"r = resolvePathFcn({'/'; '/no/such'});",
+                              "p = pathFcn(r(1).ResolvedPath, 'unix');", "isSymlinkFcn('/')"})
+            session.run(s);
+        EXPECT_EQ(session.variableNames(), (std::vector<std::string>{"ans", "p", "r"}));
+        session.run("clear r");
+        session.run("x = r");  // gone
+        session.run("clear");
+        EXPECT_EQ(vqLiveArrayCount(), start);
+        session.run("c = {struct('a', {1}), 'b'}");
+        EXPECT_GT(vqLiveArrayCount(), start);
+    }
+    EXPECT_EQ(vqLiveArrayCount(), start);
+    EXPECT_EQ(err.str(), "");
+    ASSERT_EQ(answers.size(), 5U);
+    EXPECT_EQ(answers[3]["error"]["identifier"], "QUORIN:qfs:UnknownFunction");
 }
 
 TEST_F(QfsTest, DisplayOfEachKindOfValue) {

@@ -374,15 +374,21 @@ void writeTyped(std::string& out, const vqArray* value) {
         return;
     }
     const vqClassID cls = vqGetClassID(value);
-    out += "{\"class\":";
-    writeString(out, vqGetClassName(value));
-    out += ",\"size\":[";
+    // Class names are plain ASCII words: no escaping to do.
+    constexpr std::string_view kClass = "{\"class\":\"";
+    constexpr std::string_view kSize = "\",\"size\":[";
+    out.append(kClass).append(vqGetClassName(value)).append(kSize);
     const std::size_t nd = vqGetNumberOfDimensions(value);
-    for (std::size_t d = 0; d < nd; ++d) {
-        if (d != 0) out += ',';
-        writeInteger(out, vqGetDimensions(value)[d]);
+    const vqSize* dims = vqGetDimensions(value);
+    if (nd == 2 && dims[0] == 1 && dims[1] == 1) {
+        out.append("1,1]");
+    } else {
+        for (std::size_t d = 0; d < nd; ++d) {
+            if (d != 0) out += ',';
+            writeInteger(out, dims[d]);
+        }
+        out += ']';
     }
-    out += ']';
     const std::size_t count = vqGetNumberOfElements(value);
     if (cls == vqCHAR_CLASS) {
         out += ",\"value\":";

@@ -60,7 +60,7 @@ std::string nearest(std::string_view word, const std::vector<std::string>& candi
         }
     }
     // Up to a third of the word's letters may be wrong; below that a guess misleads.
-    if (best.empty() || bestCost > std::max<std::size_t>(3, word.size())) return {};
+    if (best.empty() || bestCost > word.size()) return {};
     return best;
 }
 

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -478,7 +479,8 @@ int main(int argc, char** argv) {
             LineReader in(STDIN_FILENO);
             status = runLines(session, in, "-", false);
         } else {
-            status = runInteractive(session, opt.form == qfs::Output::Display);
+            status = runInteractive(session,
+                                    opt.form == qfs::Output::Display && isatty(STDOUT_FILENO) != 0);
         }
         out.flush();
     }
