@@ -574,10 +574,16 @@ public:
           scope_(scope),
           all_(scope == u"all"),
           folders_(scope == u"folders"),
+          files_(scope == u"files"),
+          links_(scope == u"symboliclinks"),
           outCount_(outCount),
           failures_(failures) {}
 
     [[nodiscard]] bool all() const noexcept { return all_; }
+    // Whether the request changes any bit at all (else no entry is even looked at).
+    [[nodiscard]] bool changes() const noexcept {
+        return change_.toAdd != fs::perms::none || change_.toRemove != fs::perms::none;
+    }
     // "folders" and "all" walk in listing order and change the files they meet.
     [[nodiscard]] bool foldersToo() const noexcept { return all_ || folders_; }
 
@@ -624,7 +630,7 @@ public:
     // differs or setting it could fail anyway (a failure the caller must hear of). An
     // entry that is a link by now is changed as a link when `links`, else left alone.
     void changeEntry(TreeFolder& folder, const std::string& name, bool links) const {
-        if (change_.toAdd == fs::perms::none && change_.toRemove == fs::perms::none) return;
+        if (!changes()) return;
         provider::EntryStatus status;
         if (const int err = folder.status(name, status)) {
             fail(folder, name, err);
@@ -638,6 +644,22 @@ public:
         // A link's own mode is always tried: the system's refusal is the answer.
         if (!link && mode == status.mode && !status.changeMayFail) return;
         if (const int err = folder.setMode(name, mode)) fail(folder, name, err);
+    }
+
+    // Whether changeByScope reads the status of an entry of this kind as listed.
+    [[nodiscard]] bool readsByScope(EntryKind kind) const noexcept {
+        if (!changes()) return false;
+        if (all_) return true;
+        switch (kind) {
+            case EntryKind::Folder:
+                return folders_;
+            case EntryKind::SymbolicLink:
+                return links_;  // "target" changes what it leads to, by its path
+            case EntryKind::File:
+            case EntryKind::Other:
+                break;
+        }
+        return files_;
     }
 
     // The rule for an entry that is not walked into: "all" changes everything; any other
@@ -680,6 +702,8 @@ private:
     const fl::ustring& scope_;
     bool all_;
     bool folders_;
+    bool files_;
+    bool links_;
     int outCount_;
     FailureList& failures_;
 };
@@ -700,6 +724,12 @@ public:
         if (walk_.foldersToo()) return;
         std::stable_partition(entries.begin(), entries.end(),
                               [](const TreeEntry& e) { return e.kind != EntryKind::Folder; });
+    }
+    [[nodiscard]] bool asksStatus(const TreeEntry& entry) const override {
+        if (!walk_.changes()) return false;
+        if (entry.kind == EntryKind::Folder) return true;
+        if (!walk_.foldersToo()) return walk_.readsByScope(entry.kind);
+        return entry.kind != EntryKind::SymbolicLink || walk_.all();
     }
     void visit(TreeFolder& folder, const TreeEntry& entry) override {
         const auto existence = walk_.existenceOf(folder, entry);
@@ -753,6 +783,9 @@ class Flat final : public provider::TreeVisitor {
 public:
     Flat(const Walk& walk, ListingRefusals& refusals) : walk_(walk), refusals_(refusals) {}
 
+    [[nodiscard]] bool asksStatus(const TreeEntry& entry) const override {
+        return walk_.readsByScope(entry.kind);
+    }
     void visit(TreeFolder& folder, const TreeEntry& entry) override {
         if (const auto existence = walk_.existenceOf(folder, entry)) {
             walk_.changeByScope(folder, entry, *existence);
@@ -779,6 +812,9 @@ public:
     NonFoldersFirst(const Walk& walk, ListingRefusals& refusals, std::vector<std::string>& gone)
         : walk_(walk), refusals_(refusals), gone_(gone) {}
 
+    [[nodiscard]] bool asksStatus(const TreeEntry& entry) const override {
+        return entry.kind != EntryKind::Folder && walk_.readsByScope(entry.kind);
+    }
     void visit(TreeFolder& folder, const TreeEntry& entry) override {
         if (const auto existence = walk_.existenceOf(folder, entry)) {
             walk_.changeByScope(folder, entry, *existence);
@@ -808,6 +844,9 @@ public:
         : walk_(walk), gone_(gone) {}
 
     [[nodiscard]] bool keeps(EntryKind kind) const override { return kind == EntryKind::Folder; }
+    [[nodiscard]] bool asksStatus(const TreeEntry& /*entry*/) const override {
+        return walk_.changes();
+    }
     void arrange(TreeFolder& folder, std::vector<TreeEntry>& entries) override {
         if (!gone_.empty()) restoreGone(folder.pathOf({}), entries);
         std::reverse(entries.begin(), entries.end());

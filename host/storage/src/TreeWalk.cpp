@@ -7,11 +7,17 @@
 #include "fl/sys/SystemCalls.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <numeric>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include <dirent.h>
@@ -30,6 +36,7 @@ bool TreeVisitor::keeps(EntryKind /*kind*/) const { return true; }
 void TreeVisitor::arrange(TreeFolder& /*folder*/, std::vector<TreeEntry>& /*entries*/) {}
 void TreeVisitor::leave(TreeFolder& /*folder*/, const TreeEntry& /*entry*/) {}
 bool TreeVisitor::wantsLeave() const { return false; }
+bool TreeVisitor::asksStatus(const TreeEntry& /*entry*/) const { return false; }
 
 namespace {
 
@@ -98,6 +105,196 @@ Identity identityOf(int fd) {
     return {st.st_dev, st.st_ino, true};
 }
 
+// What one statx said of an entry, as much as status() needs.
+struct Seen {
+    int error = 0;
+    unsigned mode = 0;  // type and permission bits
+    unsigned uid = 0;
+    unsigned nlink = 0;
+    unsigned devMajor = 0;
+    unsigned devMinor = 0;
+    std::uint32_t mask = 0;
+    std::uint64_t attributes = 0;
+    std::uint64_t attributesMask = 0;
+};
+
+Seen see(int dirfd, const char* name) {
+    struct statx st {};
+    constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_UID | STATX_NLINK;
+    Seen seen;
+    if (sys::statx(dirfd, name, AT_SYMLINK_NOFOLLOW, kWanted, st) != 0) {
+        seen.error = errno;
+        return seen;
+    }
+    seen.mode = st.stx_mode;
+    seen.uid = st.stx_uid;
+    seen.nlink = st.stx_nlink;
+    seen.devMajor = st.stx_dev_major;
+    seen.devMinor = st.stx_dev_minor;
+    seen.mask = st.stx_mask;
+    seen.attributes = st.stx_attributes;
+    seen.attributesMask = st.stx_attributes_mask;
+    return seen;
+}
+
+// Whether a status read ahead is still the one the walk would read when it asks.
+bool stillTrue(const Seen& seen) {
+    if (seen.error != 0) return true;
+    // Another name of the same file may be changed in between.
+    if (!S_ISDIR(seen.mode) && seen.nlink > 1) return false;
+#ifdef STATX_ATTR_MOUNT_ROOT
+    // The same folder may be mounted at another place of the tree.
+    if ((seen.attributesMask & STATX_ATTR_MOUNT_ROOT) == 0 ||
+        (seen.attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
+        return false;
+    }
+#endif
+    return true;
+}
+
+// One folder's statuses read ahead. The reading thread takes the next index from
+// `claim`, so does the walk for one it needs and nobody has taken; each index is read by
+// whoever took it, at most once.
+struct Ahead {
+    enum State : unsigned char { Pending, Read, Left };  // Left: the walk reads it itself
+    struct Slot {
+        std::atomic<unsigned char> state{Pending};
+        bool wanted = false;
+        Seen seen;
+    };
+
+    Ahead(int folder, const std::vector<TreeEntry>& list)
+        : fd(folder), entries(list.data()), end(list.size()), slots(new Slot[list.size()]) {}
+
+    int fd;
+    const TreeEntry* entries;  // the level's, which stay where they are while it lives
+    std::size_t end;
+    std::unique_ptr<Slot[]> slots;
+    std::atomic<std::size_t> claim{0};
+    bool retired = false;  // the walk's own: the reader will never touch it again
+
+    // The slot of entry `i` once read ahead, else nullptr (the walk then reads it).
+    const Slot* take(std::size_t i) {
+        Slot& slot = slots[i];
+        for (unsigned spins = 0;; ++spins) {
+            const unsigned char state = slot.state.load(std::memory_order_acquire);
+            if (state == Read) return &slot;
+            if (state == Left || retired) return nullptr;
+            std::size_t next = claim.load(std::memory_order_acquire);
+            if (next <= i) {
+                if (claim.compare_exchange_weak(next, i + 1, std::memory_order_acq_rel)) {
+                    // Taken here: the reader skips them, the walk reads them when asked.
+                    for (std::size_t j = next; j <= i; ++j) {
+                        slots[j].state.store(Left, std::memory_order_relaxed);
+                    }
+                    return nullptr;
+                }
+                continue;
+            }
+            // Being read right now on the other thread: a matter of one system call.
+            if (spins >= 64) std::this_thread::yield();
+        }
+    }
+};
+
+// The thread that reads statuses ahead: it works on the folder the walk last pointed it
+// to, and sleeps when that one is done.
+class StatusReader {
+public:
+    StatusReader() = default;
+    StatusReader(const StatusReader&) = delete;
+    StatusReader& operator=(const StatusReader&) = delete;
+    ~StatusReader() {
+        if (!thread_.joinable()) return;
+        {
+            const std::lock_guard<std::mutex> held(lock_);
+            stop_ = true;
+            target_.store(nullptr);
+        }
+        wake_.notify_one();
+        thread_.join();
+    }
+
+    // False when no thread can be had (the walk then reads every status itself).
+    bool ready() {
+        if (thread_.joinable()) return true;
+        if (failed_) return false;
+        try {
+            thread_ = std::thread([this] { loop(); });
+        } catch (const std::system_error&) {
+            failed_ = true;
+        }
+        return !failed_;
+    }
+
+    void point(Ahead* ahead) {
+        {
+            const std::lock_guard<std::mutex> held(lock_);
+            target_.store(ahead);
+        }
+        wake_.notify_one();
+    }
+
+    // After this the reader never touches `ahead` again.
+    void release(Ahead& ahead) {
+        Ahead* expected = &ahead;
+        target_.compare_exchange_strong(expected, nullptr);
+        ahead.retired = true;
+        for (unsigned spins = 0; active_.load() == &ahead; ++spins) {
+            if (spins >= 64) std::this_thread::yield();
+        }
+    }
+
+private:
+    void loop() {
+        for (;;) {
+            Ahead* ahead = target_.load();
+            if (ahead == nullptr) {
+                std::unique_lock<std::mutex> held(lock_);
+                wake_.wait(held, [this] { return stop_ || target_.load() != nullptr; });
+                if (stop_) return;
+                continue;
+            }
+            // Announced before it is checked again, so that release() either sees it or
+            // this thread sees the target gone.
+            active_.store(ahead);
+            if (target_.load() == ahead) work(*ahead);
+            active_.store(nullptr);
+            target_.compare_exchange_strong(ahead, nullptr);
+        }
+    }
+
+    void work(Ahead& ahead) {
+        for (;;) {
+            const std::size_t i = ahead.claim.fetch_add(1, std::memory_order_acq_rel);
+            if (i >= ahead.end) return;
+            Ahead::Slot& slot = ahead.slots[i];
+            unsigned char state = Ahead::Left;
+            if (slot.wanted) {
+                try {
+                    slot.seen = see(ahead.fd, ahead.entries[i].name.c_str());
+                    state = Ahead::Read;
+                } catch (...) {
+                    // A fault hook that threw: the walk reads it itself and meets it there.
+                }
+            }
+            slot.state.store(state, std::memory_order_release);
+            if (target_.load(std::memory_order_relaxed) != &ahead) return;
+        }
+    }
+
+    std::thread thread_;
+    bool failed_ = false;
+    std::mutex lock_;
+    std::condition_variable wake_;
+    bool stop_ = false;
+    std::atomic<Ahead*> target_{nullptr};
+    std::atomic<Ahead*> active_{nullptr};
+};
+
+// Fewer entries than this to read in a folder are read by the walk as it goes.
+constexpr std::size_t kAheadLeast = 3;
+
 class Walker final : public TreeFolder {
 public:
     Walker(const vfs::AbsoluteIRI& top, TreeVisitor& visitor)
@@ -122,6 +319,7 @@ private:
         std::vector<TreeEntry> entries;
         std::size_t next = 0;
         Identity identity;  // taken when the window closes it
+        std::unique_ptr<Ahead> ahead;
     };
 
     [[nodiscard]] int here() const { return levels_.back().fd.get(); }
@@ -133,6 +331,8 @@ private:
     void ascend();
     void adopt(Level& level, UniqueFd fd);
     void reopen(std::size_t index);
+    void readAhead(Level& level);
+    void close(Level& level);
     [[nodiscard]] bool readOnlyFileSystem(dev_t dev, const std::string& name);
 
     std::string top_;
@@ -145,6 +345,8 @@ private:
     std::vector<Level> levels_;
     std::vector<char> buffer_;
     std::vector<std::pair<dev_t, bool>> readOnly_;  // file systems met, and whether read-only
+    // Last, so that it stops before the levels it reads go.
+    StatusReader reader_;
 };
 
 std::string Walker::pathThrough(std::size_t depth, std::string_view name) const {
@@ -222,13 +424,30 @@ void Walker::adopt(Level& level, UniqueFd fd) {
             Level& candidate = levels_[i];
             if (!candidate.fd.valid()) continue;
             candidate.identity = identityOf(candidate.fd.get());
-            candidate.fd.reset();
-            --open_;
+            close(candidate);
             break;
         }
     }
     level.fd = std::move(fd);
     ++open_;
+}
+
+void Walker::close(Level& level) {
+    if (level.ahead) reader_.release(*level.ahead);
+    level.fd.reset();
+    --open_;
+}
+
+void Walker::readAhead(Level& level) {
+    const std::size_t wanted = static_cast<std::size_t>(
+        std::count_if(level.entries.begin(), level.entries.end(),
+                      [this](const TreeEntry& e) { return visitor_.asksStatus(e); }));
+    if (wanted < kAheadLeast || !reader_.ready()) return;
+    level.ahead = std::make_unique<Ahead>(level.fd.get(), level.entries);
+    for (std::size_t i = 0; i < level.entries.size(); ++i) {
+        level.ahead->slots[i].wanted = visitor_.asksStatus(level.entries[i]);
+    }
+    reader_.point(level.ahead.get());
 }
 
 void Walker::reopen(std::size_t index) {
@@ -280,16 +499,18 @@ void Walker::descend(std::size_t entry) {
         if (visitor_.wantsLeave()) visitor_.leave(*this, levels_.back().entries[entry]);
         return;
     }
-    levels_.push_back(Level{folder.name, UniqueFd(), {}, 0, {}});
+    levels_.push_back(Level{folder.name, UniqueFd(), {}, 0, {}, nullptr});
     adopt(levels_.back(), std::move(opened));
     if (!read(levels_.back())) {
         levels_.back().entries.clear();
         return;  // left like any walked folder, with nothing in it
     }
     visitor_.arrange(*this, levels_.back().entries);
+    readAhead(levels_.back());
 }
 
 void Walker::ascend() {
+    if (levels_.back().ahead) reader_.release(*levels_.back().ahead);
     if (levels_.size() == 1) {
         levels_.pop_back();
         --open_;
@@ -301,8 +522,13 @@ void Walker::ascend() {
     if (needed && !levels_[parent].fd.valid()) reopen(parent);
     if (levels_.back().fd.valid()) --open_;
     levels_.pop_back();
-    if (visitor_.wantsLeave() && levels_.back().fd.valid()) {
-        visitor_.leave(*this, levels_.back().entries[levels_.back().next - 1]);
+    Level& back = levels_.back();
+    if (needed && back.ahead && !back.ahead->retired &&
+        back.ahead->claim.load(std::memory_order_relaxed) < back.ahead->end) {
+        reader_.point(back.ahead.get());
+    }
+    if (visitor_.wantsLeave() && back.fd.valid()) {
+        visitor_.leave(*this, back.entries[back.next - 1]);
     }
 }
 
@@ -318,6 +544,7 @@ void Walker::run() {
     adopt(levels_.back(), std::move(top));
     if (!read(levels_.back())) return;
     visitor_.arrange(*this, levels_.back().entries);
+    readAhead(levels_.back());
     while (!levels_.empty()) {
         Level& level = levels_.back();
         if (level.next == level.entries.size()) {
@@ -350,20 +577,28 @@ bool Walker::readOnlyFileSystem(dev_t dev, const std::string& name) {
 }
 
 int Walker::status(const std::string& name, EntryStatus& out) {
-    struct statx st {};
-    constexpr unsigned kWanted = STATX_TYPE | STATX_MODE | STATX_UID;
-    if (sys::statx(here(), name.c_str(), AT_SYMLINK_NOFOLLOW, kWanted, st) != 0) {
-        return errno;
+    Seen seen;
+    const Ahead::Slot* ahead = nullptr;
+    Level& level = levels_.back();
+    // Asked of the entry being visited (or left), as the walk read it ahead.
+    if (level.ahead && level.next > 0 && &level.entries[level.next - 1].name == &name) {
+        ahead = level.ahead->take(level.next - 1);
     }
-    out.kind = kindOfMode(st.stx_mode);
-    out.mode = st.stx_mode & 07777U;
+    if (ahead != nullptr && stillTrue(ahead->seen)) {
+        seen = ahead->seen;
+    } else {
+        seen = see(here(), name.c_str());
+    }
+    if (seen.error != 0) return seen.error;
+    out.kind = kindOfMode(seen.mode);
+    out.mode = seen.mode & 07777U;
     constexpr std::uint64_t kFixed = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
     // Only an owner may set a mode, even an unchanged one (without CAP_FOWNER, which is
     // not asked for: the call is then simply made).
-    out.changeMayFail = (st.stx_mask & STATX_UID) == 0 || st.stx_uid != owner_ ||
-                        (st.stx_attributes_mask & kFixed) != kFixed ||
-                        (st.stx_attributes & kFixed) != 0 ||
-                        readOnlyFileSystem(makedev(st.stx_dev_major, st.stx_dev_minor), name);
+    out.changeMayFail = (seen.mask & STATX_UID) == 0 || seen.uid != owner_ ||
+                        (seen.attributesMask & kFixed) != kFixed ||
+                        (seen.attributes & kFixed) != 0 ||
+                        readOnlyFileSystem(makedev(seen.devMajor, seen.devMinor), name);
     return 0;
 }
 

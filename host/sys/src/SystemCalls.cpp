@@ -7,6 +7,7 @@
 #include <cstring>
 #include <linux/openat2.h>
 #include <memory>
+#include <mutex>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,6 +20,17 @@ namespace {
 
 FaultHook current;
 
+// A walk reads statuses on a second thread; a hook's own state then needs no lock of its own.
+std::recursive_mutex& hookLock() {
+    static std::recursive_mutex lock;
+    return lock;
+}
+
+int ask(Call& call) {
+    const std::lock_guard<std::recursive_mutex> held(hookLock());
+    return current(call);
+}
+
 bool opens(Op op) noexcept { return op == Op::Openat || op == Op::Openat2; }
 
 // One call under the seam's policy: the hook before and after, EINTR made again when
@@ -30,7 +42,7 @@ long run(const Call& given, bool retry, Made made) {
         Call call = given;
         if (!current) {
             rc = made(call.size);
-        } else if (const int injected = current(call)) {
+        } else if (const int injected = ask(call)) {
             errno = injected;
             rc = -1;
         } else {
@@ -38,7 +50,7 @@ long run(const Call& given, bool retry, Made made) {
             const int saved = errno;
             call.phase = Phase::After;
             call.result = rc;
-            if (const int reported = current(call)) {
+            if (const int reported = ask(call)) {
                 if (rc >= 0 && opens(given.op)) ::close(static_cast<int>(rc));
                 errno = reported;
                 rc = -1;

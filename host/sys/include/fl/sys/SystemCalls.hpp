@@ -19,7 +19,10 @@
 //   transfer). It sees the call again once made, with its result and its data buffer,
 //   which it may rewrite; an errno answered then reports the made call as failed (a
 //   close that closed but said EIO; an open so failed closes its descriptor first).
-//   Hooks are not synchronised: install one only while a single thread uses the seam.
+//   A hook may be called from any thread that uses the seam (a tree walk reads statuses
+//   ahead on a second one), one call at a time under the seam's lock, which a hook may
+//   take again by calling the seam itself. Install or remove one only while no other
+//   thread uses the seam.
 // This header needs no OS header; callers include <fcntl.h> or <sys/stat.h> for flags.
 #include <cstddef>
 #include <cstdint>

@@ -17,6 +17,19 @@
 // open. A folder that cannot be found again that way is reported as refused and the rest
 // of it is skipped.
 //
+// Statuses read ahead: for the entries the visitor says it will ask status() of, a
+// second thread reads them (statx, relative to the folder's descriptor) in their order
+// while the visitor works on the earlier ones; status() then answers from what was read,
+// or reads itself whatever that thread has not reached yet. No entry's status can depend
+// on a change the walk makes to another entry of the same folder: a lookup needs search
+// permission on the folder only, whose own change comes before its listing (top-down,
+// flat) or after all its entries (bottom-up). Two exceptions are read again when asked:
+// a non-folder with more than one link (another name of it may be changed first) and a
+// mount point (the same folder may be mounted elsewhere in the tree). The thread starts
+// with the first folder that has a few such entries, holds no descriptor of its own and
+// is stopped and joined before walkTree returns or throws; when it cannot be started,
+// every status is read when asked.
+//
 // Failures: a folder that cannot be opened or read is reported to refused() with the
 // exception a listing of it would raise; its entries are skipped and the walk goes on.
 // walkTree itself throws only std::bad_alloc, and the storage library's IRI exceptions
@@ -87,6 +100,9 @@ public:
     [[nodiscard]] virtual bool keeps(EntryKind kind) const;
     // The order in which a folder's kept entries are visited; `folder` is that folder.
     virtual void arrange(TreeFolder& folder, std::vector<TreeEntry>& entries);
+    // Whether visit(), enter() or leave() will ask status() of this entry; a guess that is
+    // wrong costs one status read in vain or not ahead, never a different answer.
+    [[nodiscard]] virtual bool asksStatus(const TreeEntry& entry) const;
     // An entry that is not a folder, in the folder holding it.
     virtual void visit(TreeFolder& folder, const TreeEntry& entry) = 0;
     // A folder entry, before anything in it: true to walk it.
