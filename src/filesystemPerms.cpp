@@ -41,6 +41,7 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
 #include <ranges>
 #include <string>
@@ -886,6 +887,36 @@ vfs::AbsoluteIRI folderIRI(const fl::ustring& folder) {
     return Hexfarrow::PathManagement::GetIRIFromString(folder);
 }
 
+bool isOutOfMemory(const foundation::core::except::IMsgIDException& e) {
+    return e.GetID().rfind("QUORIN:OutOfMemory", 0) == 0;
+}
+
+// Runs a walk of `folder`. Memory that runs out stops it where it is; the tree is then
+// half changed, which is never left unsaid: the report gets the folder whose walk stopped,
+// with the host's text for it, after what it already holds (thrown when no report is
+// asked for).
+template <class WalkBody>
+void walkUnlessMemoryRunsOut(const fl::ustring& folder, int outCount, FailureList& failures,
+                             WalkBody&& body) {
+    std::string why;
+    try {
+        body();
+        return;
+    } catch (const std::bad_alloc&) {
+    } catch (const foundation::core::except::IMsgIDException& e) {
+        if (!isOutOfMemory(e)) throw;
+        why = fl::i18n::to_utf8(e.GetUnicodeMessageTxt());
+    }
+    if (why.empty()) {
+        try {
+            vqThrowOutOfMemory(0);
+        } catch (const foundation::core::except::IMsgIDException& e) {
+            why = fl::i18n::to_utf8(e.GetUnicodeMessageTxt());
+        }
+    }
+    failures.push_back(permissionFailure(folder, why, outCount));
+}
+
 }  // namespace
 
 FailureList setPermissionsForFolderContentsTopDown(const fl::ustring& folder,
@@ -894,10 +925,12 @@ FailureList setPermissionsForFolderContentsTopDown(const fl::ustring& folder,
                                                    FailureList failures) {
     ZKFS_TRACE_SCOPE();
     const Walk walk(request, scope, outCount, failures);
-    // Made readable before it is listed.
-    walk.changeTop(folder);
-    TopDown visitor(walk);
-    provider::walkTree(folderIRI(folder), visitor);
+    walkUnlessMemoryRunsOut(folder, outCount, failures, [&] {
+        // Made readable before it is listed.
+        walk.changeTop(folder);
+        TopDown visitor(walk);
+        provider::walkTree(folderIRI(folder), visitor);
+    });
     return failures;
 }
 
@@ -909,14 +942,16 @@ FailureList setPermissionsForFolderContentsBottomUp(const fl::ustring& folder,
     const Walk walk(request, scope, outCount, failures);
     // Read permission is taken from a folder only after everything below it is done.
     ListingRefusals refusals(walk);
-    std::vector<std::string> gone;
-    NonFoldersFirst first(walk, refusals, gone);
-    provider::walkTree(folderIRI(folder), first);
-    if (walk.foldersToo()) {
-        FoldersLast last(walk, gone);
-        provider::walkTree(folderIRI(folder), last);
-    }
-    walk.changeTop(folder);
+    walkUnlessMemoryRunsOut(folder, outCount, failures, [&] {
+        std::vector<std::string> gone;
+        NonFoldersFirst first(walk, refusals, gone);
+        provider::walkTree(folderIRI(folder), first);
+        if (walk.foldersToo()) {
+            FoldersLast last(walk, gone);
+            provider::walkTree(folderIRI(folder), last);
+        }
+        walk.changeTop(folder);
+    });
     refusals.place();
     return failures;
 }
@@ -957,10 +992,12 @@ FailureList setPermissionsForFolderRecursively(const fl::ustring& folder,
 
     // Flat: the folder, then every entry in pre-order.
     const Walk walk(request, scope, outCount, failures);
-    walk.changeTop(location);
     ListingRefusals refusals(walk);
-    Flat visitor(walk, refusals);
-    provider::walkTree(root.getLocation(), visitor);
+    walkUnlessMemoryRunsOut(location, outCount, failures, [&] {
+        walk.changeTop(location);
+        Flat visitor(walk, refusals);
+        provider::walkTree(root.getLocation(), visitor);
+    });
     refusals.place();
     return failures;
 }
