@@ -11,12 +11,17 @@
 // SETUP items, separated by ";": file P [MODE] [= "TEXT"], folder P [MODE], link P -> T,
 // root P (P owned by root again), as nobody (the tree is handed to an unprivileged user
 // and the rows run as that user, in a child process when the suite runs as root).
-// Modes are applied after everything is made, deepest item first.
+// Modes are applied after everything is made, deepest item first. S3 items, on the local
+// server of the run (scripts/s3rver; without one the case is skipped): bucket (a fresh
+// bucket for the case, written $S3 as "s3://NAME" in rows and checks), object K
+// [= "TEXT"] (K may end in "/", a folder marker); $MTIME(K) in a row is that object's
+// Last-Modified as LastModified gives it.
 // EXPECTED: the outputs separated by ", ", each in qfs's value syntax or as qfs's typed
 // JSON ({"class": ...}), or null for a slot left empty; compared as typed JSON, so class
 // and size count. Nothing after "=>" means no outputs at all. An error is
 // !IDENTIFIER [ARGUMENTS] ["MESSAGE"], the arguments a JSON array.
-// CHECK: mode P 0640, link P -> T, file P [SIZE], folder P, none P.
+// CHECK: mode P 0640, link P -> T, file P [SIZE], folder P, none P; object K [SIZE],
+// noobject K, keys K... (the bucket's every key, in the store's order) in the case's bucket.
 //
 // Statements run in this process through qfs's own session (parser, loader, JSON writer)
 // against the built library, so each row also runs under the sanitizers and must give
@@ -25,6 +30,7 @@
 #include "qfs/Json.hpp"
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/Child.hpp"
+#include "zkfs/test/S3.hpp"
 #include "zkfs/test/TempTree.hpp"
 
 #include <gtest/gtest.h>
@@ -33,6 +39,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -163,9 +170,11 @@ std::vector<std::string> words(std::string_view s) {
 struct Fixture {
     bool unprivileged = false;
     bool foreignEntries = false;  // `root P`: entries of another user than the walker
+    std::string bucket;           // `bucket`: this case's bucket on the local S3 server
+    bool noS3 = false;            // `bucket` asked for, but no server runs
 };
 
-Fixture build(TempTree& tree, const std::string& setup) {
+Fixture build(TempTree& tree, const std::string& setup, const std::string& bucket) {
     Fixture result;
     std::vector<std::pair<std::string, unsigned>> modes;
     std::vector<std::string> roots;
@@ -188,6 +197,13 @@ Fixture build(TempTree& tree, const std::string& setup) {
         } else if (w[0] == "root" && w.size() == 2) {
             roots.push_back(w[1]);
             result.foreignEntries = true;
+        } else if (w == std::vector<std::string>{"bucket"}) {
+            result.noS3 = !zkfs::test::useLocalS3();
+            if (result.noS3) return result;
+            result.bucket = bucket;
+            zkfs::test::makeBucket(bucket);
+        } else if (w[0] == "object" && w.size() >= 2 && !result.bucket.empty()) {
+            zkfs::test::putObject(result.bucket, w[1], w.size() == 4 && w[2] == "=" ? w[3] : "");
         } else if (w == std::vector<std::string>{"as", "nobody"}) {
             result.unprivileged = true;
         } else {
@@ -274,9 +290,21 @@ void runProcess(const std::string& args, const std::string& expected) {
     }
 }
 
-void check(const TempTree& tree, const std::string& text) {
+void check(const TempTree& tree, const std::string& bucket, const std::string& text) {
     const auto w = words(text);
     ASSERT_GE(w.size(), 2U) << text;
+    if (w[0] == "keys") {
+        EXPECT_EQ(zkfs::test::listKeys(bucket), std::vector<std::string>(w.begin() + 1, w.end()));
+        return;
+    }
+    if (w[0] == "object" || w[0] == "noobject") {
+        const auto body = zkfs::test::getObject(bucket, w[1]);
+        ASSERT_EQ(body.has_value(), w[0] == "object") << w[1];
+        if (body && w.size() == 3) {
+            EXPECT_EQ(std::to_string(body->size()), w[2]);
+        }
+        return;
+    }
     struct stat st {};
     const bool exists = ::lstat(tree.path(w[1]).c_str(), &st) == 0;
     if (w[0] == "none") {
@@ -308,7 +336,12 @@ public:
 
     void TestBody() override {
         TempTree tree;
-        const Fixture setup = build(tree, case_.setup);
+        // Bucket names: 3 to 63 of [a-z0-9-], unique to the case and the run.
+        const std::string bucket = "zkfs-" + std::to_string(::getpid()) + "-" +
+                                   std::to_string(case_.line) + "-" +
+                                   std::to_string(std::hash<std::string>{}(case_.table) % 10000);
+        const Fixture setup = build(tree, case_.setup, bucket);
+        if (setup.noS3) GTEST_SKIP() << "no local S3 server: run through ctest (fixture s3rver)";
         // Only root can give entries to another user; the case cannot be set up otherwise.
         if (setup.foreignEntries && !zkfs::test::runningAsRoot()) {
             GTEST_SKIP() << "entries of another user need the suite to run as root";
@@ -318,11 +351,23 @@ public:
         const auto runRows = [&] {
             for (const Row& row : case_.rows) {
                 SCOPED_TRACE(case_.table + ".cases:" + std::to_string(row.line) + ": " + row.text);
-                const std::string text = replaceAll(row.text, "$T", root);
-                const std::string expected = replaceAll(row.expected, "$T", root);
+                const auto expand = [&](const std::string& t) {
+                    std::string out =
+                        replaceAll(replaceAll(t, "$T", root), "$S3", "s3://" + setup.bucket);
+                    for (auto at = out.find("$MTIME("); at != std::string::npos;
+                         at = out.find("$MTIME(")) {
+                        const auto end = out.find(')', at);
+                        const std::string key = out.substr(at + 7, end - at - 7);
+                        out.replace(at, end - at + 1,
+                                    std::to_string(zkfs::test::objectTime(setup.bucket, key)));
+                    }
+                    return out;
+                };
+                const std::string text = expand(row.text);
+                const std::string expected = expand(row.expected);
                 if (row.kind == '=') runStatement(text, expected);
                 if (row.kind == 'q') runProcess(text, expected);
-                if (row.kind == '~') check(tree, text);
+                if (row.kind == '~') check(tree, setup.bucket, text);
             }
         };
         if (setup.unprivileged) {

@@ -7,6 +7,7 @@
 #include "quorin/io/filesystem/core/PathComponents.hpp"
 #include "quorin/io/filesystem/core/ResolvePath.hpp"
 #include "zkfs/test/Errors.hpp"
+#include "zkfs/test/S3.hpp"
 #include "zkfs/test/TempTree.hpp"
 
 #include "Hexfarrow/QuorinStorageSystem/StorageSystem.hpp"
@@ -36,6 +37,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -300,9 +302,19 @@ protected:
     std::optional<AbsoluteIRI> base_;
 };
 
+// The same rows on every provider; "s3" on the run's local server, a bucket per test.
 class Providers : public Storage, public ::testing::WithParamInterface<std::string> {
 protected:
-    void SetUp() override { init(GetParam() == "mem"); }
+    void SetUp() override {
+        if (GetParam() != "s3") return init(GetParam() == "mem");
+        if (!zkfs::test::useLocalS3()) GTEST_SKIP() << "no local S3 server (ctest fixture s3rver)";
+        static int serial = 0;
+        const std::string bucket =
+            "zkfs-host-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
+        zkfs::test::makeBucket(bucket);
+        base_ = AbsoluteIRI(fl::i18n::to_ustring("s3://" + bucket + "/work"));
+        Folder(*base_, storage_).createFolder();
+    }
 };
 
 TEST_P(Providers, FilesAndFoldersAreMadeWrittenAndRemoved) {
@@ -349,8 +361,11 @@ TEST_P(Providers, RefusedCallsNameTheirLocationAndChangeNothing) {
         {"write a folder", [&] { IODevice d(file(u"d"), IODevice::OpenMode::Write); }, 1, u"d"},
         {"attributes of nothing", [&] { (void)file(u"x").getAttributes(); }, 4, u"x"},
     };
-    // Every operation on a location no provider path can name: "file://", another memory store.
-    const AbsoluteIRI nowhere(GetParam() == "mem" ? u"mem://elsewhere/x" : u"file://");
+    // Every operation on a location no provider path can name: "file://", another memory
+    // store, a name S3 does not allow for a bucket.
+    const AbsoluteIRI nowhere(GetParam() == "mem"  ? u"mem://elsewhere/x"
+                              : GetParam() == "s3" ? u"s3://No_Bucket/x"
+                                                   : u"file://");
     const File f(nowhere, storage_);
     const std::function<void()> invalid[] = {
         [&] { (void)vfs::exists(nowhere, storage_); }, [&] { (void)vfs::existsExtended(nowhere, storage_); },
@@ -362,7 +377,7 @@ TEST_P(Providers, RefusedCallsNameTheirLocationAndChangeNothing) {
         EXPECT_EQ(failureOf(row.call), std::pair(row.code, text(at(row.where)))) << row.what;
     for (const auto& call : invalid)
         EXPECT_EQ(failureOf(call), std::pair(1, text(nowhere))) << &call - invalid;
-    EXPECT_THROW(File(AbsoluteIRI(u"s3://bucket/key"), storage_).createFile(),
+    EXPECT_THROW(File(AbsoluteIRI(u"gopher://host/key"), storage_).createFile(),
                  vfs::UnsupportedIRISchemeException);
     EXPECT_EQ(names(folder(u"").listAllRecursive()), before);
     EXPECT_EQ(read(u"keep"), "data");
@@ -403,7 +418,7 @@ TEST_P(Providers, RecursiveListingIsPreOrderAndPatternsFilterWhatIsReported) {
     EXPECT_EQ(names(folder(u"").listAllRecursive(u"*.csv")), (Names{"d.txt/in.csv", "top.csv"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Storage, Providers, ::testing::Values("file", "mem"),
+INSTANTIATE_TEST_SUITE_P(Storage, Providers, ::testing::Values("file", "mem", "s3"),
                          [](const auto& p) { return p.param; });
 
 class MemStorage : public Storage {

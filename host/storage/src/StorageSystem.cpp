@@ -24,6 +24,7 @@ namespace vfs {
 struct StorageSystemReference::Registry {
     const provider::Provider* file = &provider::fileProvider();
     const provider::Provider* mem = &provider::memProvider();
+    const provider::Provider* s3 = &provider::s3Provider();
 };
 
 namespace {
@@ -40,6 +41,7 @@ const provider::Provider& StorageSystemReference::providerFor(const AbsoluteIRI&
     const std::string_view scheme(text.data(), text.find(':'));
     if (detail::iequalsAscii(scheme, "file")) return *registry_->file;
     if (detail::iequalsAscii(scheme, "mem")) return *registry_->mem;
+    if (detail::iequalsAscii(scheme, "s3")) return *registry_->s3;
     throw UnsupportedIRISchemeException(location.toString(), fl::i18n::to_ustring(scheme));
 }
 

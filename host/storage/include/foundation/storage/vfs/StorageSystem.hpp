@@ -1,5 +1,5 @@
 #pragma once
-// The storage system: the providers by scheme ("file" and "mem"), reached through a
+// The storage system: the providers by scheme ("file", "mem" and "s3"), reached through a
 // cheap, copyable reference (see Hexfarrow/QuorinStorageSystem for how to get one).
 //
 // exists / existsExtended answer for the location itself (vfs::Exception code 2 when
