@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <netinet/in.h>
@@ -83,11 +82,10 @@ private:
     std::thread thread_;
 };
 
-std::string response(int status, const std::string& reason, const std::string& body,
-                     const std::string& extra = {}) {
+std::string response(int status, const std::string& reason, const std::string& body) {
     return "HTTP/1.1 " + std::to_string(status) + " " + reason +
-           "\r\nConnection: close\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
-           extra + "\r\n" + body;
+           "\r\nConnection: close\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+           body;
 }
 
 std::string s3Error(int status, const std::string& code, const std::string& message) {
@@ -123,36 +121,29 @@ protected:
     vfs::StorageSystemReference storage_;
 };
 
-TEST_F(S3Faults, NoServerIsAQuickIoError) {
+TEST_F(S3Faults, NoServerIsAnIoErrorWithCurlsText) {
     int port = 0;
     {
         const Listener gone([](const std::string&, int) { return std::string(); });
         port = std::stoi(gone.endpoint().substr(17));
     }
     pointAt("http://127.0.0.1:" + std::to_string(port));
-    const auto start = std::chrono::steady_clock::now();
     const vfs::Exception e =
         failureOf([&] { (void)vfs::exists(at(u"s3://bucket/a.txt"), storage_); });
     EXPECT_EQ(e.getErrorCode(), 5);
     EXPECT_NE(e.getSystemText().find("onnect"), std::string::npos) << e.getSystemText();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_F(S3Faults, ABusyServerIsAskedAgain) {
-    const Listener busy([](const std::string&, int n) {
-        return n == 0 ? s3Error(503, "SlowDown", "Please reduce your request rate.")
-                      : response(200, "OK", "", "Last-Modified: Tue, 02 Jan 2024 03:04:05 GMT\r\n");
-    });
-    pointAt(busy.endpoint());
+TEST_F(S3Faults, ABusyServerIsAskedAgainThenGivenUpOnWithItsText) {
+    const std::string slowDown = s3Error(503, "SlowDown", "Please reduce your request rate.");
+    const Listener busyOnce(
+        [&](const std::string&, int n) { return n == 0 ? slowDown : response(200, "OK", ""); });
+    pointAt(busyOnce.endpoint());
     EXPECT_EQ(vfs::exists(at(u"s3://bucket/a.txt"), storage_),
               foundation::storage::provider::ExistenceType::File);
-    EXPECT_EQ(busy.requests(), 2);
-}
+    EXPECT_EQ(busyOnce.requests(), 2);
 
-TEST_F(S3Faults, AServerThatStaysBusyIsAnIoErrorWithItsText) {
-    const Listener busy([](const std::string&, int) {
-        return s3Error(503, "SlowDown", "Please reduce your request rate.");
-    });
+    const Listener busy([&](const std::string&, int) { return slowDown; });
     pointAt(busy.endpoint());
     const vfs::Exception e =
         failureOf([&] { (void)vfs::Folder(at(u"s3://bucket/d"), storage_).listAll(u""); });

@@ -157,7 +157,7 @@ bool retryableTransport(CURLcode code) {
 
 bool retryableStatus(const Response& r) {
     if (r.status >= 500 || r.status == 429) return true;
-    return r.status == 503 || r.body.find("<Code>SlowDown</Code>") != std::string::npos;
+    return r.body.find("<Code>SlowDown</Code>") != std::string::npos;
 }
 
 std::size_t collectBody(char* data, std::size_t size, std::size_t count, void* user) {

@@ -354,7 +354,8 @@ public:
     }
 
     std::size_t read(std::span<std::byte> buffer) override {
-        const std::size_t n = std::min(buffer.size(), content_.size() - pos_);
+        const std::size_t n =
+            std::min(buffer.size(), content_.size() - std::min(pos_, content_.size()));
         if (n > 0) std::memcpy(buffer.data(), content_.data() + pos_, n);
         pos_ += n;
         return n;

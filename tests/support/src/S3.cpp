@@ -23,17 +23,15 @@ std::map<std::string, std::string> state() {
     return out;
 }
 
-std::string encoded(const std::string& key) {
+std::string path(const std::string& bucket, const std::string& key) {
     static const char digits[] = "0123456789ABCDEF";
-    std::string out;
+    std::string out = "/" + bucket + "/";
     for (const char ch : key) {
         const auto c = static_cast<unsigned char>(ch);
         if (std::isalnum(c) != 0 || std::string_view("-._~/").find(ch) != std::string_view::npos) {
             out += ch;
         } else {
-            out += '%';
-            out += digits[c >> 4];
-            out += digits[c & 15];
+            out += {'%', digits[c >> 4], digits[c & 15]};
         }
     }
     return out;
@@ -44,33 +42,38 @@ std::size_t collect(char* data, std::size_t size, std::size_t count, void* user)
     return size * count;
 }
 
-long request(const char* method, const std::string& path, const std::string& body,
-             std::string* answer, long long* time = nullptr) {
-    const std::string endpoint = localS3Endpoint();
-    if (endpoint.empty()) throw std::runtime_error("no local S3 server");
+struct Answer {
+    long status = 0;
+    std::string body;
+    long long time = -1;  // Last-Modified, seconds
+};
+
+// One unsigned request: s3rver serves anonymous ones.
+Answer request(const char* method, const std::string& target, const std::string& body = {}) {
     CURL* h = curl_easy_init();
-    if (h == nullptr) throw std::runtime_error("curl_easy_init");
-    std::string sink;
-    curl_easy_setopt(h, CURLOPT_URL, (endpoint + path).c_str());
+    if (h == nullptr || localS3Endpoint().empty()) throw std::runtime_error("no local S3 server");
+    Answer a;
+    curl_easy_setopt(h, CURLOPT_URL, (localS3Endpoint() + target).c_str());
     curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, method);
-    if (std::string_view(method) == "HEAD") curl_easy_setopt(h, CURLOPT_NOBODY, 1L);
-    if (time != nullptr) curl_easy_setopt(h, CURLOPT_FILETIME, 1L);
+    curl_easy_setopt(h, CURLOPT_NOBODY, std::string_view(method) == "HEAD" ? 1L : 0L);
+    curl_easy_setopt(h, CURLOPT_FILETIME, 1L);
     if (std::string_view(method) == "PUT") {
         curl_easy_setopt(h, CURLOPT_POSTFIELDS, body.data());
         curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     }
     curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, collect);
-    curl_easy_setopt(h, CURLOPT_WRITEDATA, answer != nullptr ? answer : &sink);
+    curl_easy_setopt(h, CURLOPT_WRITEDATA, &a.body);
     const CURLcode code = curl_easy_perform(h);
-    long status = 0;
-    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &status);
-    curl_off_t seconds = -1;
-    if (time != nullptr && curl_easy_getinfo(h, CURLINFO_FILETIME_T, &seconds) == CURLE_OK) {
-        *time = static_cast<long long>(seconds) * 1000;
-    }
+    curl_off_t time = -1;
+    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &a.status);
+    curl_easy_getinfo(h, CURLINFO_FILETIME_T, &time);
+    a.time = static_cast<long long>(time);
     curl_easy_cleanup(h);
-    if (code != CURLE_OK) throw std::runtime_error(curl_easy_strerror(code));
-    return status;
+    if (code != CURLE_OK || a.status != 200) {
+        throw std::runtime_error(std::string(method) + " " + target + ": " +
+                                 (code != CURLE_OK ? curl_easy_strerror(code) : a.body));
+    }
+    return a;
 }
 
 }  // namespace
@@ -94,32 +97,15 @@ bool useLocalS3() {
     return true;
 }
 
-void makeBucket(const std::string& bucket) {
-    if (request("PUT", "/" + bucket, {}, nullptr) != 200) {
-        throw std::runtime_error("cannot make bucket " + bucket);
-    }
-}
+void makeBucket(const std::string& bucket) { request("PUT", "/" + bucket); }
 
 void putObject(const std::string& bucket, const std::string& key, const std::string& body) {
-    if (request("PUT", "/" + bucket + "/" + encoded(key), body, nullptr) != 200) {
-        throw std::runtime_error("cannot put " + key);
-    }
-}
-
-std::optional<std::string> getObject(const std::string& bucket, const std::string& key) {
-    std::string body;
-    const long status = request("GET", "/" + bucket + "/" + encoded(key), {}, &body);
-    if (status == 404) return std::nullopt;
-    if (status != 200) throw std::runtime_error("cannot get " + key);
-    return body;
+    request("PUT", path(bucket, key), body);
 }
 
 std::vector<std::string> listKeys(const std::string& bucket) {
+    const std::string body = request("GET", "/" + bucket + "?list-type=2").body;
     std::vector<std::string> keys;
-    std::string body;
-    if (request("GET", "/" + bucket + "?list-type=2", {}, &body) != 200) {
-        throw std::runtime_error("cannot list " + bucket);
-    }
     // The test buckets hold plain keys, never more than one page, no XML escapes.
     for (auto at = body.find("<Key>"); at != std::string::npos; at = body.find("<Key>", at)) {
         const auto end = body.find("</Key>", at);
@@ -130,11 +116,7 @@ std::vector<std::string> listKeys(const std::string& bucket) {
 }
 
 long long objectTime(const std::string& bucket, const std::string& key) {
-    long long time = -1;
-    if (request("HEAD", "/" + bucket + "/" + encoded(key), {}, nullptr, &time) != 200 || time < 0) {
-        throw std::runtime_error("no time for " + key);
-    }
-    return time;
+    return request("HEAD", path(bucket, key)).time * 1000;
 }
 
 }  // namespace zkfs::test

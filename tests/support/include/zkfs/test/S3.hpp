@@ -7,7 +7,6 @@
 // useLocalS3() exports the server's endpoint and credentials to the environment and makes
 // the provider read them again; false when no server runs (a test binary started by
 // hand, outside ctest). The others throw std::runtime_error when the server refuses.
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +17,6 @@ bool useLocalS3();
 std::string localS3Endpoint();
 void makeBucket(const std::string& bucket);
 void putObject(const std::string& bucket, const std::string& key, const std::string& body = {});
-// The object's bytes, nothing when there is no such key.
-std::optional<std::string> getObject(const std::string& bucket, const std::string& key);
 // Every key of the bucket, in the store's order.
 std::vector<std::string> listKeys(const std::string& bucket);
 // The object's Last-Modified, milliseconds since 1970 as LastModified answers.
