@@ -6,8 +6,15 @@
 set -euo pipefail
 qfs=$1
 work=$(mktemp -d)
-sock=$work/tmux.sock
-trap 'tmux -S "$sock" kill-server 2>/dev/null || true; rm -rf "$work"' EXIT
+sessions=0
+sock=$work/tmux0.sock
+finish() {
+    for socket in "$work"/tmux*.sock; do tmux -S "$socket" kill-server 2>/dev/null || true; done
+    # A qfs ended by the hang-up may still be saving its history.
+    for _ in $(seq 1 50); do rm -rf "$work" 2>/dev/null && return 0; sleep 0.1; done
+    return 0
+}
+trap finish EXIT
 cd "$work"
 mkdir data
 touch data/a.csv "$(printf 'data/n\xffx.txt')" "$(printf 'data/n\xfex.txt')"
@@ -31,7 +38,7 @@ QFS
     "$qfs" --json=plain -f all.qfs > plain.jsonl
     printf 'x = {%s}\n' "$(cd data && for f in n*; do printf "'%s'; " "$PWD/$f"; done | sed 's/; $//')" > names.qfs
     "$qfs" --json=plain -f names.qfs > names.jsonl
-    exec python3 - "$work" <<'PY'
+    python3 - "$work" <<'PY'
 import json, os, sys
 work = sys.argv[1]
 def plain(t):
@@ -64,6 +71,7 @@ want = sorted(n for n in os.listdir(os.path.join(work.encode(), b"data")) if n.s
 assert got == want and len(got) == 2, (got, want)
 print("both JSON forms agree on", len(typed), "statements; non-UTF-8 names survive")
 PY
+    exit 0
 fi
 
 command -v tmux >/dev/null || { echo "tmux is not installed (scripts/install-deps installs it): skipped"; exit 77; }
@@ -87,8 +95,12 @@ waitFor() {
     done
     echo "the screen never showed: $1"; screen; exit 1
 }
+# A server of its own per session: a new one on a socket whose server is still shutting
+# down would be refused.
 start() {
     tmux -S "$sock" kill-server 2>/dev/null || true
+    sessions=$((sessions + 1))
+    sock=$work/tmux$sessions.sock
     tmux -S "$sock" new-session -d -x 220 -y 60 -c "$work" "$qfs $*; sleep 30"
 }
 
