@@ -270,6 +270,18 @@ Status Session::runStatement(std::string_view line) {
         case Statement::Kind::Help:
             return help(st.name);
         case Statement::Kind::Who: {
+            if (form_ != Output::Display) {  // tools get the names, not the sentence
+                Json object = Json::object();
+                object["who"] = variableNames();
+                std::string answer = jsonLine(object);
+                if (sink_) {
+                    sink_(Answer{std::move(object), answer, answer});
+                } else {
+                    out_ << answer << "\n";
+                    out_.flush();
+                }
+                return Status::Ok;
+            }
             std::string text;
             for (const auto& n : variableNames()) text += (text.empty() ? "" : "  ") + n;
             emitText("who", variables_.empty() ? tr("noVariables") + "\n"

@@ -14,6 +14,8 @@
 // a vector is a list, a matrix a list of rows, an array of more dimensions a list of its
 // pages (each a matrix); a cell is always a list; an empty cell slot or field is null.
 //
+// help and who answer {"help": "TEXT"} and {"who": [NAME, ...]} in both forms.
+//
 // Both are written by streaming into a buffer, never through a document. Text is UTF-8;
 // a byte that is not part of valid UTF-8 (held by the host as the code unit U+DC00 + byte)
 // is written as that escaped code unit, "\udcff", which Python's json with
