@@ -12,6 +12,8 @@
 
 #include <cstddef>
 #include <optional>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -32,6 +34,11 @@ std::optional<fl::ustring> answerFor(const fl::ustring& path, bool wantTarget, b
     return byIRI ? found.target : vfs::toAbsoluteIRI(u"file", found.target).toString();
 }
 
+// From this many paths on, the second half's local paths are answered on a second thread:
+// each answer is one or two status calls of its own and fills only its own elements.
+// Paths given by IRI stay on the calling thread, with the storage system behind them.
+constexpr std::size_t kSplitFrom = 4096;
+
 }  // namespace
 
 void isSymlinkFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
@@ -39,7 +46,7 @@ void isSymlinkFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
     quorin::gateway::checkCounts<&isSymlinkFcn>(outCount, argCount);
     const vqArray* input = args[0];
 
-    // Both results exist before the walk; the walk fills them in element order.
+    // Both results exist before any path is tested.
     const std::vector<vqSize> dims = quorin::gateway::textResultDims(input);
     unique_vqarray_ptr links = matrix::detail::do_create_numeric(dims, vqLOGICAL_CLASS, vqREAL);
     vqLogical* isLink = vqGetLogicals(links.get());
@@ -52,18 +59,51 @@ void isSymlinkFcn(int outCount, unique_vqarray_ptr* outputs, int argCount,
         targetStrings = &Hexfarrow::String::getMutableString(targets.get());
     }
 
-    quorin::gateway::forEachText(input, [&](std::size_t i,
-                                            const std::optional<fl::ustring_view>& text) {
-        if (!text) return;  // a missing element is no link
+    // Views into the input, which outlives the call.
+    std::vector<std::optional<fl::ustring_view>> texts;
+    quorin::gateway::forEachText(
+        input, [&](std::size_t /*i*/, const std::optional<fl::ustring_view>& text) {
+            texts.push_back(text);
+        });
+    std::vector<std::optional<fl::ustring>> found(wantTargets ? texts.size() : 0);
+    // Element i answered; with `localOnly` a path given by IRI is left (false).
+    const auto answer = [&](std::size_t i, bool localOnly) noexcept {
+        if (!texts[i]) return true;  // a missing element is no link
         try {
+            const fl::ustring path(*texts[i]);
+            if (localOnly && vfs::hasIRIPrefix(path)) return false;
             bool link = false;
-            std::optional<fl::ustring> target = answerFor(fl::ustring(*text), wantTargets, link);
+            std::optional<fl::ustring> target = answerFor(path, wantTargets, link);
             isLink[i] = link;
-            if (target) targetStrings->set(i, std::move(*target));
+            if (target) found[i] = std::move(target);
         } catch (...) {
             isLink[i] = false;  // a path that cannot be examined is no link
         }
-    });
+        return true;
+    };
+
+    const std::size_t half = texts.size() >= kSplitFrom ? texts.size() / 2 : texts.size();
+    std::vector<unsigned char> left(texts.size() - half, 1);
+    {
+        std::thread second;
+        try {
+            second = std::thread([&]() noexcept {
+                for (std::size_t i = half; i < texts.size(); ++i) {
+                    left[i - half] = answer(i, true) ? 0 : 1;
+                }
+            });
+        } catch (const std::system_error&) {
+            // No second thread to be had: the calling thread answers them all.
+        }
+        for (std::size_t i = 0; i < half; ++i) answer(i, false);
+        if (second.joinable()) second.join();
+        for (std::size_t i = half; i < texts.size(); ++i) {
+            if (left[i - half] != 0) answer(i, false);
+        }
+    }
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        if (found[i]) targetStrings->set(i, std::move(*found[i]));
+    }
 
     quorin::gateway::handOver(outputs, 0, std::move(links));
     if (wantTargets) quorin::gateway::handOver(outputs, 1, std::move(targets));

@@ -152,6 +152,15 @@ bool stillTrue(const Seen& seen) {
     return true;
 }
 
+void relax() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
+// Rounds of relax() the walk waits for a status being read on the other thread.
+constexpr unsigned kPatience = 64;
+
 // One folder's statuses read ahead. The reading thread takes the next index from
 // `claim`, so does the walk for one it needs and nobody has taken; each index is read by
 // whoever took it, at most once.
@@ -191,8 +200,10 @@ struct Ahead {
                 }
                 continue;
             }
-            // Being read right now on the other thread: a matter of one system call.
-            if (spins >= 64) std::this_thread::yield();
+            // Being read right now on the other thread: about one system call's time, after
+            // which that thread may have lost its processor, and reading it here is sooner.
+            if (spins >= kPatience) return nullptr;
+            relax();
         }
     }
 };
@@ -241,7 +252,8 @@ public:
         target_.compare_exchange_strong(expected, nullptr);
         ahead.retired = true;
         for (unsigned spins = 0; active_.load() == &ahead; ++spins) {
-            if (spins >= 64) std::this_thread::yield();
+            if (spins >= kPatience) std::this_thread::yield();
+            relax();
         }
     }
 
