@@ -93,6 +93,13 @@ for token in ("", "FQoGZXIvYXdzEXAMPLE+/token=="):
             % bucket, via_proxy, {"AWS_SESSION_TOKEN": token})
     run_qfs("resolvePathFcnWithAttributes({'s3://%s/sig/d ir'; 's3://%s/none'})" % (bucket, bucket),
             via_proxy, {"AWS_SESSION_TOKEN": token})
+# The secret and the token never show, not even in --debug records of a failing call.
+env = dict(os.environ, AWS_ENDPOINT_URL="http://127.0.0.1:1", AWS_SESSION_TOKEN="TokenSecret",
+           AWS_ACCESS_KEY_ID="AKID", AWS_SECRET_ACCESS_KEY="KeySecret")
+shown = subprocess.run([qfs, "--debug", "p = getPerms_impl('s3://%s/x', 'File', 'R')" % bucket],
+                       env=env, capture_output=True, text=True, timeout=60)
+check("Exception caught" in shown.stderr, "--debug records the failure")
+check("Secret" not in shown.stdout + shown.stderr, "no secret in the output")
 proxy.shutdown()
 methods = set()
 for method, path, headers, body in recorded:
