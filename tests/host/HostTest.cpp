@@ -31,6 +31,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -416,6 +417,22 @@ TEST_P(Providers, RecursiveListingIsPreOrderAndPatternsFilterWhatIsReported) {
     EXPECT_EQ(names(folder(u"").listFiles(u"*.txt")), (Names{"b.txt"}));
     // Folders the pattern leaves out are still walked.
     EXPECT_EQ(names(folder(u"").listAllRecursive(u"*.csv")), (Names{"d.txt/in.csv", "top.csv"}));
+}
+
+// The s3 provider shares its pool of connections between threads.
+TEST_P(Providers, CallsFromSeveralThreadsAllLand) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < 10; ++i) {
+                const fl::ustring name = fl::i18n::to_ustring("t" + std::to_string(t * 10 + i));
+                file(name).createFile();
+                EXPECT_EQ(vfs::exists(at(name), storage_), Type::File);
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(folder(u"").listFiles().size(), 80U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Storage, Providers, ::testing::Values("file", "mem", "s3"),
