@@ -119,7 +119,7 @@ std::optional<LinkFailure> makeLink(const fl::ustring& link, const fl::ustring& 
                                    Hexfarrow::QuorinStorageSystem::GetStorageSystemReference());
         // The target goes in as typed, so a relative target stays relative to the link.
         if (checked.replace) {
-            core::replaceSymbolicLink(target, linkPath);
+            core::replaceSymbolicLink(target, linkPath, link);
         } else {
             core::createSymbolicLink(target, linkPath);
         }

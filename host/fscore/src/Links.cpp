@@ -120,7 +120,8 @@ void createSymbolicLink(const fl::ustring& target, const fl::ustring& link) {
     }
 }
 
-void replaceSymbolicLink(const fl::ustring& target, const fl::ustring& link) {
+void replaceSymbolicLink(const fl::ustring& target, const fl::ustring& link,
+                         const fl::ustring& given) {
     const std::string targetBytes = nameBytes(target);
     if (link.empty()) {
         throw vfs::Exception(vfs::Exception::NotFound, vfs::toAbsoluteIRI(u"file", u""));
@@ -137,7 +138,11 @@ void replaceSymbolicLink(const fl::ustring& target, const fl::ustring& link) {
     for (int attempt = 0;; ++attempt) {
         temporary = temporaryName();
         if (sys::symlinkat(targetBytes.c_str(), folder, temporary.c_str()) == 0) break;
-        if (errno != EEXIST || attempt == 15) failAt(errno, parent.path);
+        const int error = errno;
+        // A folder that refuses the new name would have refused the old one's removal:
+        // the caller hears it as the path layer says it, naming the link as given.
+        if (error == EACCES || error == EPERM) throw fl::filesystem::AccessDenied(given);
+        if (error != EEXIST || attempt == 15) failAt(error, parent.path);
     }
     const char* made = temporary.c_str();
     if (sys::renameat2(folder, made, folder, name, RENAME_EXCHANGE) != 0) {

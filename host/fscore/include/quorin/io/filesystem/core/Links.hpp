@@ -28,7 +28,9 @@
 // out is no link (a file or folder that took the name meanwhile), it is put back and the
 // call fails with code 3 as for an existing file; with nothing at the name any more the
 // new link takes it (code 3 if something took it again). A text holding U+0000 throws
-// InvalidIRIException naming that text, here and in createSymbolicLink.
+// InvalidIRIException naming that text, here and in createSymbolicLink. A folder that
+// refuses the new name (EACCES, EPERM) throws fl::filesystem::AccessDenied naming given,
+// the link as the caller wrote it, as removing the old link there would have.
 //
 // createParentIfNeeded(location, storage): when the location has a parent and nothing
 // is there, creates every missing level (Folder::createFolderRecursive). A parent that
@@ -45,7 +47,8 @@ void createEmptyFile(fl::ustring& path, bool replace,
                      const foundation::storage::vfs::StorageSystemReference& storage);
 
 void createSymbolicLink(const fl::ustring& target, const fl::ustring& link);
-void replaceSymbolicLink(const fl::ustring& target, const fl::ustring& link);
+void replaceSymbolicLink(const fl::ustring& target, const fl::ustring& link,
+                         const fl::ustring& given);
 
 void createParentIfNeeded(const foundation::storage::vfs::AbsoluteIRI& location,
                           const foundation::storage::vfs::StorageSystemReference& storage);
