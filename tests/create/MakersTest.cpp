@@ -1,6 +1,7 @@
 // mkFileFcn's storage failures in both forms: thrown when no result is asked for, naming
 // the prepared path; reported as status, message and identifier otherwise, the message
-// naming the decoded path. Either way the tree is left exactly as it was.
+// naming the decoded path. Either way the tree is left exactly as it was. isSymlinkFcn
+// on more paths than one thread answers.
 #include "zkfs/test/Call.hpp"
 #include "zkfs/test/TempTree.hpp"
 
@@ -72,6 +73,34 @@ TEST(MkFile, StorageFailuresAreThrownWithoutResultsAndReportedWithThem) {
                                text(id)}}}));
     }
     EXPECT_EQ(tree.snapshot(), before);
+}
+
+// Thousands of paths are answered on two threads; each answer is the one the path gets
+// alone, links, files, nothing there and IRIs alike, in its own element.
+TEST(IsSymlink, ManyPathsAnswerAsEachAlone) {
+    TempTree tree;
+    tree.makeFile("f");
+    tree.makeLink("f", "l");
+    tree.makeLink("nowhere", "dangling");
+    tree.makeLink("f/x", "through");
+    const InFolder inside(tree.root());
+    const std::string t = tree.root().native();
+    const std::vector<std::string> kinds = {
+        "l", "f", "dangling", "through", "missing", "l/", "file://" + t + "/l", "mem://root/none"};
+    std::vector<qfs::Json> alone;
+    for (const std::string& path : kinds) {
+        alone.push_back(call("[tf, t] = isSymlinkFcn(\"" + path + "\")")["outputs"]);
+    }
+    constexpr std::size_t kPaths = 5001;  // odd, so the halves differ
+    std::string list;
+    for (std::size_t i = 0; i < kPaths; ++i) list += " \"" + kinds[(i * 5) % kinds.size()] + "\"";
+    const qfs::Json many = call("[tf, t] = isSymlinkFcn([" + list + "])")["outputs"];
+    ASSERT_EQ(many.size(), 2U) << many.dump();
+    for (std::size_t i = 0; i < kPaths; ++i) {
+        const qfs::Json& one = alone[(i * 5) % kinds.size()];
+        ASSERT_EQ(many[0]["value"][i], one[0]["value"][0]) << kinds[(i * 5) % kinds.size()];
+        ASSERT_EQ(many[1]["value"][i], one[1]["value"][0]) << kinds[(i * 5) % kinds.size()];
+    }
 }
 
 }  // namespace

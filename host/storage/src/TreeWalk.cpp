@@ -270,16 +270,19 @@ private:
             // Announced before it is checked again, so that release() either sees it or
             // this thread sees the target gone.
             active_.store(ahead);
-            if (target_.load() == ahead) work(*ahead);
+            const bool done = target_.load() == ahead && work(*ahead);
             active_.store(nullptr);
-            target_.compare_exchange_strong(ahead, nullptr);
+            // Only a folder read to its end is let go: the walk may have pointed back to one
+            // left for another meanwhile.
+            if (done) target_.compare_exchange_strong(ahead, nullptr);
         }
     }
 
-    void work(Ahead& ahead) {
+    // True when every entry is taken, false when the walk pointed elsewhere first.
+    bool work(Ahead& ahead) {
         for (;;) {
             const std::size_t i = ahead.claim.fetch_add(1, std::memory_order_acq_rel);
-            if (i >= ahead.end) return;
+            if (i >= ahead.end) return true;
             Ahead::Slot& slot = ahead.slots[i];
             unsigned char state = Ahead::Left;
             if (slot.wanted) {
@@ -291,7 +294,7 @@ private:
                 }
             }
             slot.state.store(state, std::memory_order_release);
-            if (target_.load(std::memory_order_relaxed) != &ahead) return;
+            if (target_.load(std::memory_order_relaxed) != &ahead) return false;
         }
     }
 
