@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -158,8 +159,9 @@ void relax() noexcept {
 #endif
 }
 
-// Rounds of relax() the walk waits for a status being read on the other thread.
-constexpr unsigned kPatience = 64;
+// How long the walk waits for a status being read on the other thread: a few times what
+// one status call takes.
+constexpr std::chrono::microseconds kPatience{20};
 
 // One folder's statuses read ahead. The reading thread takes the next index from
 // `claim`, so does the walk for one it needs and nobody has taken; each index is read by
@@ -185,6 +187,7 @@ struct Ahead {
     // The slot of entry `i` once read ahead, else nullptr (the walk then reads it).
     const Slot* take(std::size_t i) {
         Slot& slot = slots[i];
+        std::chrono::steady_clock::time_point since;
         for (unsigned spins = 0;; ++spins) {
             const unsigned char state = slot.state.load(std::memory_order_acquire);
             if (state == Read) return &slot;
@@ -200,9 +203,16 @@ struct Ahead {
                 }
                 continue;
             }
-            // Being read right now on the other thread: about one system call's time, after
-            // which that thread may have lost its processor, and reading it here is sooner.
-            if (spins >= kPatience) return nullptr;
+            // Being read right now on the other thread: about one system call's time. Past
+            // that, that thread may have lost its processor, and reading it here is sooner.
+            if (spins % 16 == 0) {
+                const auto now = std::chrono::steady_clock::now();
+                if (spins == 0) {
+                    since = now;
+                } else if (now - since > kPatience) {
+                    return nullptr;
+                }
+            }
             relax();
         }
     }
@@ -252,7 +262,7 @@ public:
         target_.compare_exchange_strong(expected, nullptr);
         ahead.retired = true;
         for (unsigned spins = 0; active_.load() == &ahead; ++spins) {
-            if (spins >= kPatience) std::this_thread::yield();
+            if (spins >= 64) std::this_thread::yield();
             relax();
         }
     }
