@@ -163,6 +163,9 @@ void relax() noexcept {
 // one status call takes.
 constexpr std::chrono::microseconds kPatience{20};
 
+// Entries the walk takes to read itself when it has caught up with the reader.
+constexpr std::size_t kStretch = 16;
+
 // One folder's statuses read ahead. The reading thread takes the next index from
 // `claim`, so does the walk for one it needs and nobody has taken; each index is read by
 // whoever took it, at most once.
@@ -194,9 +197,13 @@ struct Ahead {
             if (state == Left || retired) return nullptr;
             std::size_t next = claim.load(std::memory_order_acquire);
             if (next <= i) {
-                if (claim.compare_exchange_weak(next, i + 1, std::memory_order_acq_rel)) {
+                // The reader is behind: the walk takes a stretch, so that the reader is
+                // ahead again by the time the walk is through it (when the walk has
+                // nothing else to do, the two then read in turns of a stretch).
+                const std::size_t upTo = std::min(end, i + kStretch);
+                if (claim.compare_exchange_weak(next, upTo, std::memory_order_acq_rel)) {
                     // Taken here: the reader skips them, the walk reads them when asked.
-                    for (std::size_t j = next; j <= i; ++j) {
+                    for (std::size_t j = next; j < upTo; ++j) {
                         slots[j].state.store(Left, std::memory_order_relaxed);
                     }
                     return nullptr;
