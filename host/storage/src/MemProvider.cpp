@@ -150,17 +150,6 @@ public:
         return n->isFolder ? ExistenceType::Folder : ExistenceType::File;
     }
 
-    ExistenceTypeExtended existsExtended(const AbsoluteIRI& location) const override {
-        switch (exists(location)) {
-            case ExistenceType::File:
-                return ExistenceTypeExtended::File;
-            case ExistenceType::Folder:
-                return ExistenceTypeExtended::Folder;
-            default:
-                return ExistenceTypeExtended::DoesNotExist;
-        }
-    }
-
     void createFile(const AbsoluteIRI& location) const override { create(location, false); }
     void createFolder(const AbsoluteIRI& location) const override { create(location, true); }
     void removeFile(const AbsoluteIRI& location) const override { remove(location, false); }

@@ -402,17 +402,6 @@ public:
         return existence(parse(location), location);
     }
 
-    ExistenceTypeExtended existsExtended(const AbsoluteIRI& location) const override {
-        switch (exists(location)) {
-            case ExistenceType::File:
-                return ExistenceTypeExtended::File;
-            case ExistenceType::Folder:
-                return ExistenceTypeExtended::Folder;
-            default:
-                return ExistenceTypeExtended::DoesNotExist;
-        }
-    }
-
     void createFile(const AbsoluteIRI& location) const override { create(location, false); }
     void createFolder(const AbsoluteIRI& location) const override { create(location, true); }
 

@@ -16,6 +16,17 @@ namespace foundation::storage {
 namespace provider {
 // Key functions of the interfaces.
 Provider::~Provider() = default;
+
+ExistenceTypeExtended Provider::existsExtended(const vfs::AbsoluteIRI& location) const {
+    switch (exists(location)) {
+        case ExistenceType::File:
+            return ExistenceTypeExtended::File;
+        case ExistenceType::Folder:
+            return ExistenceTypeExtended::Folder;
+        default:
+            return ExistenceTypeExtended::DoesNotExist;
+    }
+}
 Stream::~Stream() = default;
 }  // namespace provider
 

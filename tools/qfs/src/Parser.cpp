@@ -553,20 +553,11 @@ unique_vqarray_ptr Parser::postfix(const vqArray* base) {
 // or a name nobody knows, reported after its arguments are read.
 void Parser::callOrValue(Statement& st, const std::string& word, std::size_t first) {
     const std::size_t after = pos_;
-    if (variable(word) == nullptr && findGateway(word) == nullptr) {
-        const auto& builders = valueFunctions();
-        if (std::find(builders.begin(), builders.end(), word) == builders.end()) {
-            st.kind = Statement::Kind::Call;
-            st.nameColumn = columnOf(s_, first);
-            st.name = word;
-            skipBlanks();
-            if (peek() == '(') {
-                for (Parsed& p : callArguments(st.name)) st.args.push_back(std::move(p.value));
-            }
-            return;
-        }
-    }
-    if (variable(word) == nullptr && findGateway(word) != nullptr) {
+    const auto& builders = valueFunctions();
+    const bool builder = std::find(builders.begin(), builders.end(), word) != builders.end();
+    // A variable shadows a built-in of its name; a name nobody knows is still a call, so
+    // that the error names it after its arguments are read.
+    if (variable(word) == nullptr && (findGateway(word) != nullptr || !builder)) {
         st.kind = Statement::Kind::Call;
         st.nameColumn = columnOf(s_, first);
         st.name = word;

@@ -45,7 +45,8 @@ public:
     virtual ~Provider();
 
     virtual ExistenceType exists(const vfs::AbsoluteIRI& location) const = 0;
-    virtual ExistenceTypeExtended existsExtended(const vfs::AbsoluteIRI& location) const = 0;
+    // As exists(): a store without links has no broken ones to tell apart.
+    virtual ExistenceTypeExtended existsExtended(const vfs::AbsoluteIRI& location) const;
     // Exclusive: code 3 when anything has the name, 4 when the parent is missing.
     virtual void createFile(const vfs::AbsoluteIRI& location) const = 0;
     // A file or a link (never followed); code 4 when nothing is there.
