@@ -118,6 +118,30 @@ std::string percentDecode(std::string_view text) {
     return out;
 }
 
+std::optional<std::vector<std::string>> decodedSegments(std::string_view path) {
+    std::vector<std::string> segments;
+    while (!path.empty()) {
+        if (path.front() == '/') {
+            path.remove_prefix(1);
+            continue;
+        }
+        const auto end = std::min(path.find('/'), path.size());
+        std::string raw = percentDecode(path.substr(0, end));
+        path.remove_prefix(end);
+        if (raw == ".") continue;
+        if (raw == "..") {
+            if (segments.empty()) return std::nullopt;
+            segments.pop_back();
+            continue;
+        }
+        if (raw.find('/') != std::string::npos || raw.find('\0') != std::string::npos) {
+            return std::nullopt;
+        }
+        segments.push_back(std::move(raw));
+    }
+    return segments;
+}
+
 std::string removeDotSegments(std::string_view in) {
     std::string out;
     out.reserve(in.size());

@@ -1,7 +1,9 @@
 #pragma once
 // Byte-level RFC 3986 helpers shared by the IRI, URL and provider code.
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace foundation::storage::detail {
 
@@ -15,6 +17,10 @@ void appendEncodedPath(std::string& out, std::string_view raw);
 std::string encodeIRIText(std::string_view text);
 // Decodes every "%XX" escape into its byte; other bytes are copied.
 std::string percentDecode(std::string_view text);
+// The decoded segments of an encoded absolute path, "." and ".." applied lexically (exact
+// only for stores without links); nothing when ".." climbs above the root or a segment
+// decodes to "/" or U+0000, which no name below the root can hold.
+std::optional<std::vector<std::string>> decodedSegments(std::string_view path);
 // RFC 3986 section 5.2.4.
 std::string removeDotSegments(std::string_view path);
 // RFC 3986 scheme syntax; `minLength` 2 refuses drive letters ("C:\x").

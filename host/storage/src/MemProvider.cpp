@@ -69,27 +69,11 @@ std::vector<fl::ustring> segmentsOf(const AbsoluteIRI& location) {
         u.has_userinfo() || u.has_port() || sv(u.encoded_host()) != "root") {
         throw vfs::Exception(Code::InvalidLocation, location);
     }
+    const auto raw = storage::detail::decodedSegments(sv(u.encoded_path()));
+    if (!raw) throw vfs::Exception(Code::InvalidLocation, location);
     std::vector<fl::ustring> segments;
-    std::string_view path = sv(u.encoded_path());
-    while (!path.empty()) {
-        if (path.front() == '/') {
-            path.remove_prefix(1);
-            continue;
-        }
-        const auto end = std::min(path.find('/'), path.size());
-        const std::string raw = storage::detail::percentDecode(path.substr(0, end));
-        path.remove_prefix(end);
-        if (raw == ".") continue;
-        if (raw == "..") {
-            if (segments.empty()) throw vfs::Exception(Code::InvalidLocation, location);
-            segments.pop_back();
-            continue;
-        }
-        if (raw.find('/') != std::string::npos || raw.find('\0') != std::string::npos) {
-            throw vfs::Exception(Code::InvalidLocation, location);
-        }
-        segments.push_back(fl::i18n::to_ustring(raw));
-    }
+    segments.reserve(raw->size());
+    for (const auto& segment : *raw) segments.push_back(fl::i18n::to_ustring(segment));
     return segments;
 }
 

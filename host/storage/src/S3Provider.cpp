@@ -115,29 +115,11 @@ Location parse(const AbsoluteIRI& location) {
     }
     Location out;
     out.bucket = std::string(sv(u.encoded_host()));
-    std::vector<std::string> segments;
-    std::string_view path = sv(u.encoded_path());
+    const std::string_view path = sv(u.encoded_path());
     out.folderOnly = path.size() > 1 && path.back() == '/';
-    while (!path.empty()) {
-        if (path.front() == '/') {
-            path.remove_prefix(1);
-            continue;
-        }
-        const auto end = std::min(path.find('/'), path.size());
-        std::string raw = storage::detail::percentDecode(path.substr(0, end));
-        path.remove_prefix(end);
-        if (raw == ".") continue;
-        if (raw == "..") {
-            if (segments.empty()) throw vfs::Exception(Code::InvalidLocation, location);
-            segments.pop_back();
-            continue;
-        }
-        if (raw.find('/') != std::string::npos || raw.find('\0') != std::string::npos) {
-            throw vfs::Exception(Code::InvalidLocation, location);
-        }
-        segments.push_back(std::move(raw));
-    }
-    for (const auto& s : segments) out.key += (out.key.empty() ? "" : "/") + s;
+    const auto segments = storage::detail::decodedSegments(path);
+    if (!segments) throw vfs::Exception(Code::InvalidLocation, location);
+    for (const auto& s : *segments) out.key += (out.key.empty() ? "" : "/") + s;
     if (out.key.empty()) out.folderOnly = false;
     // S3 keys are UTF-8 of at most 1024 bytes (the folder marker's "/" included).
     if (out.key.size() > 1023 || !validUtf8(out.key)) {
