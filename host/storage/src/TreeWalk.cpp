@@ -159,16 +159,13 @@ void relax() noexcept {
 #endif
 }
 
-// How long the walk waits for a status being read on the other thread: a few times what
-// one status call takes.
+// How long the walk waits for a status being read on the other thread once nothing is
+// left for it to read itself: a few times what one status call takes.
 constexpr std::chrono::microseconds kPatience{20};
 
-// Entries the walk takes to read itself when it has caught up with the reader.
-constexpr std::size_t kStretch = 16;
-
 // One folder's statuses read ahead. The reading thread takes the next index from
-// `claim`, so does the walk for one it needs and nobody has taken; each index is read by
-// whoever took it, at most once.
+// `claim`, and so does the walk while the one it needs is being read on the other
+// thread; each index is read by whoever took it, at most once.
 struct Ahead {
     enum State : unsigned char { Pending, Read, Left };  // Left: the walk reads it itself
     struct Slot {
@@ -187,6 +184,25 @@ struct Ahead {
     std::atomic<std::size_t> claim{0};
     bool retired = false;  // the walk's own: the reader will never touch it again
 
+    // Reads the next entry nobody has taken, on whichever thread calls; false when every
+    // entry is taken.
+    bool readNext() {
+        const std::size_t i = claim.fetch_add(1, std::memory_order_acq_rel);
+        if (i >= end) return false;
+        Slot& slot = slots[i];
+        unsigned char state = Left;
+        if (slot.wanted) {
+            try {
+                slot.seen = see(fd, entries[i].name.c_str());
+                state = Read;
+            } catch (...) {
+                // A fault hook that threw: the walk reads it itself and meets it there.
+            }
+        }
+        slot.state.store(state, std::memory_order_release);
+        return true;
+    }
+
     // The slot of entry `i` once read ahead, else nullptr (the walk then reads it).
     const Slot* take(std::size_t i) {
         Slot& slot = slots[i];
@@ -197,24 +213,24 @@ struct Ahead {
             if (state == Left || retired) return nullptr;
             std::size_t next = claim.load(std::memory_order_acquire);
             if (next <= i) {
-                // The reader is behind: the walk takes a stretch, so that the reader is
-                // ahead again by the time the walk is through it (when the walk has
-                // nothing else to do, the two then read in turns of a stretch).
-                const std::size_t upTo = std::min(end, i + kStretch);
-                if (claim.compare_exchange_weak(next, upTo, std::memory_order_acq_rel)) {
-                    // Taken here: the reader skips them, the walk reads them when asked.
-                    for (std::size_t j = next; j < upTo; ++j) {
+                // Nobody has it yet: the walk reads it when asked, and the reader skips it
+                // (and those before it, which the walk has passed).
+                if (claim.compare_exchange_weak(next, i + 1, std::memory_order_acq_rel)) {
+                    for (std::size_t j = next; j <= i; ++j) {
                         slots[j].state.store(Left, std::memory_order_relaxed);
                     }
                     return nullptr;
                 }
                 continue;
             }
-            // Being read right now on the other thread: about one system call's time. Past
-            // that, that thread may have lost its processor, and reading it here is sooner.
+            // Being read on the other thread: meanwhile the walk reads ahead too, so the
+            // two share the folder's statuses rather than one waiting for the other.
+            if (readNext()) continue;
+            // Nothing left to read: it is about one system call away. Past a few of those,
+            // that thread may have lost its processor, and reading it here is sooner.
             if (spins % 16 == 0) {
                 const auto now = std::chrono::steady_clock::now();
-                if (spins == 0) {
+                if (since == std::chrono::steady_clock::time_point{}) {
                     since = now;
                 } else if (now - since > kPatience) {
                     return nullptr;
@@ -297,22 +313,10 @@ private:
 
     // True when every entry is taken, false when the walk pointed elsewhere first.
     bool work(Ahead& ahead) {
-        for (;;) {
-            const std::size_t i = ahead.claim.fetch_add(1, std::memory_order_acq_rel);
-            if (i >= ahead.end) return true;
-            Ahead::Slot& slot = ahead.slots[i];
-            unsigned char state = Ahead::Left;
-            if (slot.wanted) {
-                try {
-                    slot.seen = see(ahead.fd, ahead.entries[i].name.c_str());
-                    state = Ahead::Read;
-                } catch (...) {
-                    // A fault hook that threw: the walk reads it itself and meets it there.
-                }
-            }
-            slot.state.store(state, std::memory_order_release);
+        while (ahead.readNext()) {
             if (target_.load(std::memory_order_relaxed) != &ahead) return false;
         }
+        return true;
     }
 
     std::thread thread_;
