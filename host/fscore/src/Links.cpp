@@ -77,6 +77,21 @@ void createIn(const detail::ParentFolder& parent, bool replace) {
     }
 }
 
+// Most calls make a new file in a folder that is there, and one exclusive open of the
+// whole path does it. Anything else (a name taken, a parent missing, a failure to be
+// named by the parent's canonical path) takes the road through the open parent.
+bool createdAtOnce(const std::string& nativePath) {
+    sys::UniqueFd file = sys::openat(AT_FDCWD, nativePath.c_str(),
+                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY, 0666);
+    if (!file.valid()) return false;
+    if (file.close() != 0) {
+        const int error = errno;
+        sys::unlinkat(AT_FDCWD, nativePath.c_str(), 0);
+        failAt(error, detail::openParent(nativePath).path);
+    }
+    return true;
+}
+
 void createReplacing(const vfs::File& file, bool replace) {
     try {
         file.createFile();
@@ -98,7 +113,9 @@ void createEmptyFile(fl::ustring& path, bool replace, const vfs::StorageSystemRe
         // The "file" IRI of nothing, which every storage operation refuses.
         location.emplace(vfs::toAbsoluteIRI(u"file", u""));
     } else {
-        const detail::ParentFolder parent = detail::openParent(detail::nativeUtf8(path));
+        const std::string native = detail::nativeUtf8(path);
+        if (createdAtOnce(native)) return;
+        const detail::ParentFolder parent = detail::openParent(native);
         path = fl::i18n::to_ustring(parent.path);
         if (parent.folder.valid()) return createIn(parent, replace);
         location.emplace(detail::fileIRI(parent.path));
