@@ -177,13 +177,7 @@ void Session::report(const std::string& where, const ErrorReport& error, std::st
     if (form_ != Output::Display) {
         Json object = errorJson(error.identifier, error.message, error.arguments);
         if (!origin_.empty()) object["error"]["origin"] = origin_;
-        std::string text = jsonLine(object);
-        if (sink_) {
-            sink_(Answer{std::move(object), text, text});
-            return;
-        }
-        out_ << text << "\n";
-        out_.flush();
+        emitLine(std::move(object));
         return;
     }
     if (!origin_.empty()) err_ << origin_ << ": ";
@@ -221,10 +215,23 @@ void Session::emitValues(const std::vector<std::string>& names,
         writePlain(plain, values[i]);
     }
     plain += '}';
+    Json document;  // only the in-process form hands over the document
     if (sink_) {
-        Json document = Json::object();
+        document = Json::object();
         document["outputs"] = Json::array();
         for (const vqArray* v : values) document["outputs"].push_back(toJson(v));
+    }
+    emitLine(std::move(document), std::move(typed), std::move(plain));
+}
+
+void Session::emitLine(Json document) {
+    std::string line = jsonLine(document);
+    std::string plain = line;
+    emitLine(std::move(document), std::move(line), std::move(plain));
+}
+
+void Session::emitLine(Json document, std::string typed, std::string plain) {
+    if (sink_) {
         sink_(Answer{std::move(document), std::move(typed), std::move(plain)});
         return;
     }
@@ -242,13 +249,7 @@ void Session::emitText(const char* key, const std::string& text) {
     }
     Json object = Json::object();
     object[key] = text;
-    std::string line = jsonLine(object);
-    if (sink_) {
-        sink_(Answer{std::move(object), line, line});
-        return;
-    }
-    out_ << line << "\n";
-    out_.flush();
+    emitLine(std::move(object));
 }
 
 Status Session::runStatement(std::string_view line) {
@@ -273,13 +274,7 @@ Status Session::runStatement(std::string_view line) {
             if (form_ != Output::Display) {  // tools get the names, not the sentence
                 Json object = Json::object();
                 object["who"] = variableNames();
-                std::string answer = jsonLine(object);
-                if (sink_) {
-                    sink_(Answer{std::move(object), answer, answer});
-                } else {
-                    out_ << answer << "\n";
-                    out_.flush();
-                }
+                emitLine(std::move(object));
                 return Status::Ok;
             }
             std::string text;

@@ -83,6 +83,10 @@ private:
     void emitValues(const std::vector<std::string>& names,
                     const std::vector<const vqArray*>& values);
     void emitText(const char* key, const std::string& text);
+    // Every JSON line a statement answers: handed to the sink, else written on out (the
+    // plain line in --json=plain). The document itself is only for the sink.
+    void emitLine(Json document, std::string typed, std::string plain);
+    void emitLine(Json document);  // one line serves both forms
     void keep(const std::string& name, unique_vqarray_ptr value);
     [[nodiscard]] long heldArrays() const;
 
