@@ -15,12 +15,21 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <variant>
 
 namespace qfs {
 
 void throwParseError(std::size_t column, const std::string& detail) {
     foundation::core::except::throwMsgID(
         QUORIN::qfs::ParseError(static_cast<std::int64_t>(column), detail));
+}
+
+fl::ustring UnknownNameError::GetUnicodeMessageTxt() const {
+    const auto& args = getMsgID().getArgs();
+    const auto* nearest = std::get_if<std::string>(&args.at(1));
+    if (nearest != nullptr && nearest->empty())
+        return fl::i18n::to_ustring(tr("UnknownName:noGuess", {args.at(0)}));
+    return Exception::GetUnicodeMessageTxt();
 }
 
 std::size_t columnOf(std::string_view line, std::size_t byteOffset) {
@@ -71,7 +80,7 @@ private:
     [[nodiscard]] const vqArray* variable(std::string_view name) const {
         return vars_ != nullptr && vars_->find ? vars_->find(name) : nullptr;
     }
-    [[noreturn]] void unknownName(const std::string& name, std::size_t at) const;
+    [[noreturn]] void unknownName(const std::string& name) const;
     [[nodiscard]] bool looksLikeOutputs() const;
     [[nodiscard]] std::size_t countSubscripts() const;
 
@@ -90,6 +99,7 @@ private:
     std::size_t pos_ = 0;
     std::size_t depth_ = 0;     // values inside values being read now
     std::vector<vqSize> ends_;  // what `end` stands for in the subscripts being read
+    std::string unknown_;       // a bare name nobody knows, reported once the line parses
 };
 
 // Deeper nesting than any real argument needs is refused, so that no line can exhaust
@@ -235,7 +245,7 @@ Parsed Parser::named() {
     const bool sized = word == "strings" || word == "cell" || word == "zeros" || word == "false";
     if (!sized && word != "struct" && word != "reshape" && word != "logical" && word != "repmat" &&
         word != "char") {
-        unknownName(word, start);
+        unknownName(word);
     }
     if (peek() != '(') fail(pos_, tr("parse:expectedParenAfter", {word}));
     std::vector<Parsed> args = callArguments(word);
@@ -420,15 +430,13 @@ unique_vqarray_ptr Parser::wholeValue() {
     return std::move(p.value);
 }
 
-void Parser::unknownName(const std::string& name, std::size_t at) const {
+void Parser::unknownName(const std::string& name) const {
     std::vector<std::string> candidates;
     for (const auto& g : gateways()) candidates.emplace_back(g.name);
     if (vars_ != nullptr && vars_->names) {
         for (auto& v : vars_->names()) candidates.push_back(std::move(v));
     }
-    const std::string near = nearest(name, candidates);
-    if (!near.empty()) foundation::core::except::throwMsgID(QUORIN::qfs::UnknownName(name, near));
-    fail(at, tr("parse:unknownValue", {name}));
+    throw UnknownNameError(name, nearest(name, candidates));
 }
 
 // "[a, ~, b] =" ahead: an output list, not a concatenation.
@@ -555,13 +563,15 @@ void Parser::callOrValue(Statement& st, const std::string& word, std::size_t fir
     const std::size_t after = pos_;
     const auto& builders = valueFunctions();
     const bool builder = std::find(builders.begin(), builders.end(), word) != builders.end();
-    // A variable shadows a built-in of its name; a name nobody knows is still a call, so
-    // that the error names it after its arguments are read.
+    // A variable shadows a built-in of its name. A name nobody knows is reported once the
+    // rest of the line has parsed: after "(" by the session as a call, else here, as a
+    // value that is not there.
     if (variable(word) == nullptr && (findGateway(word) != nullptr || !builder)) {
+        skipBlanks();
+        if (findGateway(word) == nullptr && peek() != '(') unknown_ = word;
         st.kind = Statement::Kind::Call;
         st.nameColumn = columnOf(s_, first);
         st.name = word;
-        skipBlanks();
         if (peek() == '(') {
             for (Parsed& p : callArguments(st.name)) st.args.push_back(std::move(p.value));
         }
@@ -570,7 +580,8 @@ void Parser::callOrValue(Statement& st, const std::string& word, std::size_t fir
     pos_ = first;
     st.kind = Statement::Kind::Value;
     st.args.push_back(value().value);
-    if (pos_ == after && variable(word) != nullptr) st.name = word;  // shown under its name
+    // A bare variable is shown under its own name; `x = r` makes x.
+    if (pos_ == after && variable(word) != nullptr && st.outputs.empty()) st.name = word;
 }
 
 Statement Parser::statement() {
@@ -670,6 +681,7 @@ Statement Parser::statement() {
         skipBlanks();
     }
     if (!atStatementEnd()) fail(pos_, tr("parse:textAfterStatement"));
+    if (!unknown_.empty()) unknownName(unknown_);
     return st;
 }
 

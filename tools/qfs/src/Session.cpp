@@ -326,9 +326,10 @@ Status Session::call(Statement& st) {
         std::vector<std::string> candidates = builtinNames();
         for (auto& v : variableNames()) candidates.push_back(std::move(v));
         const std::string near = nearest(st.name, candidates);
-        report("qfs", near.empty() ? describeIdentified(
-                                         QUORIN::qfs::UnknownFunction(st.name, gatewayNames()))
-                                   : describeIdentified(QUORIN::qfs::UnknownName(st.name, near)));
+        report("qfs",
+               near.empty()
+                   ? describeIdentified(QUORIN::qfs::UnknownFunction(st.name, gatewayNames()))
+                   : describeError(std::make_exception_ptr(UnknownNameError(st.name, near))));
         return Status::Usage;
     }
     notesFor(st);
@@ -424,7 +425,7 @@ Status Session::help(const std::string& topic) {
             report("help",
                    near.empty()
                        ? describeIdentified(QUORIN::qfs::UnknownFunction(topic, gatewayNames()))
-                       : describeIdentified(QUORIN::qfs::UnknownName(topic, near)));
+                       : describeError(std::make_exception_ptr(UnknownNameError(topic, near))));
             return Status::Usage;
         }
         const std::string name = g->name;

@@ -1,7 +1,7 @@
 #pragma once
-// qfs's own identified errors: a statement it cannot parse, a name that is no built-in
-// (with or without a near name to suggest),
-// a built-in the loaded library does not export, a library that does not load.
+// qfs's own identified errors: a statement it cannot parse, a called name that is no
+// built-in, a name that is neither a built-in nor a variable, a built-in the loaded
+// library does not export, a library that does not load.
 //
 // They are thrown as the host's Exception<ID>, so they are reported exactly like the
 // errors of the built-ins (catalog text in the current locale, identifier, arguments).
@@ -25,7 +25,8 @@ struct UnknownFunction : resource_core::FixedMsgID<2> {
         : FixedMsgID("QUORIN:qfs", "UnknownFunction", name, known) {}
 };
 
-// Arguments: the name as typed, the nearest built-in or variable.
+// Arguments: the name as typed, the nearest built-in or variable ("" when none is near
+// enough to be what was meant).
 struct UnknownName : resource_core::FixedMsgID<2> {
     UnknownName(const std::string& name, const std::string& nearest)
         : FixedMsgID("QUORIN:qfs", "UnknownName", name, nearest) {}
@@ -51,5 +52,16 @@ using ParseErrorException = foundation::core::except::Exception<QUORIN::qfs::Par
 
 // Throws the parse error for a 1-based column.
 [[noreturn]] void throwParseError(std::size_t column, const std::string& detail);
+
+// QUORIN:qfs:UnknownName as qfs throws it: with no near name, its text asks nothing.
+class UnknownNameError final
+    : public foundation::core::except::Exception<QUORIN::qfs::UnknownName> {
+public:
+    UnknownNameError(const std::string& name, const std::string& nearest)
+        : Exception(QUORIN::qfs::UnknownName(name, nearest)) {}
+    [[nodiscard]] UnknownNameError* clone() const override { return new UnknownNameError(*this); }
+    [[noreturn]] void rethrow() const override { throw UnknownNameError(*this); }
+    [[nodiscard]] fl::ustring GetUnicodeMessageTxt() const override;
+};
 
 }  // namespace qfs

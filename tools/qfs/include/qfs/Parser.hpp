@@ -17,9 +17,10 @@
 // so a typing slip cannot ask for terabytes.
 // Every failure throws the identified error QUORIN:qfs:ParseError with the 1-based
 // column (in characters) where the problem starts and a detail in the current locale; a
-// name that is neither a variable nor a value qfs knows throws QUORIN:qfs:UnknownName
-// (the name, the nearest variable) or QUORIN:qfs:UnknownFunction. Arrays built so far
-// are released; variables are only read.
+// name used as a value that is neither a variable, a built-in nor a value qfs knows
+// throws QUORIN:qfs:UnknownName (the name, the nearest built-in or variable, or "").
+// A call of an unknown name is left to the caller. Arrays built so far are released;
+// variables are only read.
 #include "vq/vqArray.hpp"
 
 #include <cstddef>
