@@ -217,7 +217,8 @@ unique_vqarray_ptr decodeValue(ByteReader& in, int depth) {
                         }
                     }
                 }
-                if (name.empty()) name = "f" + std::to_string(pick % 7);
+                // Appended: "f" + std::string trips g++ 12's -Wrestrict at -O3.
+                if (name.empty()) name = std::string("f").append(std::to_string(pick % 7));
                 bool seen = false;
                 for (const auto& n : names) seen = seen || n == name;
                 if (!seen) names.push_back(name);

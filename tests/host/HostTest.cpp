@@ -425,7 +425,9 @@ TEST_P(Providers, CallsFromSeveralThreadsAllLand) {
     for (int t = 0; t < 8; ++t) {
         threads.emplace_back([this, t] {
             for (int i = 0; i < 10; ++i) {
-                const fl::ustring name = fl::i18n::to_ustring("t" + std::to_string(t * 10 + i));
+                // Appended: "t" + std::string trips g++ 12's -Wrestrict at -O3.
+                const fl::ustring name =
+                    fl::i18n::to_ustring(std::string("t").append(std::to_string(t * 10 + i)));
                 file(name).createFile();
                 EXPECT_EQ(vfs::exists(at(name), storage_), Type::File);
             }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qfs {
@@ -32,6 +33,15 @@ const char* kIndent = "    ";
 
 std::string utf8(const char16_t* text, std::size_t length) {
     return fl::i18n::to_utf8(fl::ustring_view(text, length));
+}
+
+// Appended, not `"{" + text`: that form inserts at the front of a temporary, which g++ 12
+// at -O3 reports as an overlapping copy (-Wrestrict) that cannot happen.
+std::string enclosed(std::string_view open, const std::string& text, std::string_view close) {
+    std::string out;
+    out.reserve(open.size() + text.size() + close.size());
+    out.append(open).append(text).append(close);
+    return out;
 }
 
 template <class T>
@@ -80,7 +90,7 @@ std::string numericElement(const vqArray* a, std::size_t k) {
 std::string stringElement(const vqArray* a, std::size_t k) {
     const auto* rec = Hexfarrow::String::getString(a).get(k);
     if (rec == nullptr) return "<missing>";
-    return "\"" + utf8(rec->text, rec->length) + "\"";
+    return enclosed("\"", utf8(rec->text, rec->length), "\"");
 }
 
 std::string sizeAndClass(const vqArray* a) { return formatDims(a) + " " + vqGetClassName(a); }
@@ -91,7 +101,7 @@ bool isCharRow(const vqArray* a) {
 }
 
 std::string charRow(const vqArray* a) {
-    return "'" + utf8(vqGetChars(a), vqGetNumberOfElements(a)) + "'";
+    return enclosed("'", utf8(vqGetChars(a), vqGetNumberOfElements(a)), "'");
 }
 
 bool isNumberLike(const vqArray* a) { return vqIsNumeric(a) || vqIsLogical(a); }
@@ -99,11 +109,11 @@ bool isNumberLike(const vqArray* a) { return vqIsNumeric(a) || vqIsLogical(a); }
 // A value shown inside a cell element's braces.
 std::string cellElement(const vqArray* e) {
     if (e == nullptr) return "{0\u00d70 double}";
-    if (isCharRow(e)) return "{" + charRow(e) + "}";
+    if (isCharRow(e)) return enclosed("{", charRow(e), "}");
     if (vqIsScalar(e) && vqGetClassID(e) == vqSTRING_CLASS)
-        return "{[" + stringElement(e, 0) + "]}";
-    if (vqIsScalar(e) && isNumberLike(e)) return "{[" + numericElement(e, 0) + "]}";
-    return "{" + sizeAndClass(e) + "}";
+        return enclosed("{[", stringElement(e, 0), "]}");
+    if (vqIsScalar(e) && isNumberLike(e)) return enclosed("{[", numericElement(e, 0), "]}");
+    return enclosed("{", sizeAndClass(e), "}");
 }
 
 // A value shown after a struct field's name.
@@ -116,8 +126,8 @@ std::string fieldValue(const vqArray* e) {
     if (vqIsScalar(e) && isNumberLike(e)) return numericElement(e, 0);
     if (vqIsDouble(e) && vqIsEmpty(e) && isTwoDims(e) && vqGetM(e) == 0 && vqGetN(e) == 0)
         return "[]";
-    if (vqIsCell(e)) return "{" + sizeAndClass(e) + "}";
-    return "[" + sizeAndClass(e) + "]";
+    if (vqIsCell(e)) return enclosed("{", sizeAndClass(e), "}");
+    return enclosed("[", sizeAndClass(e), "]");
 }
 
 // The subscripts of page p beyond the first two dimensions: "(:,:,2,1)".
@@ -126,7 +136,8 @@ std::string pageLabel(const vqArray* a, std::size_t page) {
     const std::size_t n = vqGetNumberOfDimensions(a);
     for (std::size_t d = 2; d < n; ++d) {
         const vqSize extent = vqGetDimensions(a)[d];
-        label += "," + std::to_string(page % extent + 1);
+        label += ',';
+        label += std::to_string(page % extent + 1);
         page /= extent;
     }
     return label + ")";
