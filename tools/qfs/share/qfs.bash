@@ -1,4 +1,4 @@
-# bash completion for qfs: its options, and files after -f and --library.
+# bash completion for qfs: its options, locales after --locale, files after -f and --library.
 _qfs() {
     local cur prev
     cur=${COMP_WORDS[COMP_CWORD]}
