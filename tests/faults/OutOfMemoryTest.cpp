@@ -15,6 +15,15 @@
 #include <string>
 #include <vector>
 
+// gcc names its sanitizers by macros, clang by __has_feature.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZKFS_SHADOW_MEMORY 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ZKFS_SHADOW_MEMORY 1
+#endif
+#endif
+
 namespace zkfs::test {
 namespace {
 
@@ -51,7 +60,7 @@ TEST(OutOfMemory, AHalfChangedTreeIsReported) {
 }
 
 TEST(OutOfMemory, UnderUlimitVEveryBuiltInAnswersTheIdentifiedError) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ZKFS_SHADOW_MEMORY
     GTEST_SKIP() << "the sanitizer's shadow memory admits no ulimit -v";
 #endif
     runWithLimits(
