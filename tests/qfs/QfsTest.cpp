@@ -89,6 +89,14 @@ TEST_F(QfsTest, ValuesHaveTheirClassSizeAndElements) {
         {"repmat([1; 2], 1, 3)", J("double", "[2,3]", "[1.0,2.0,1.0,2.0,1.0,2.0]")},
         {"repmat('ab', 2, 2)", J("char", "[2,4]", R"("aabbaabb")")},
         {"repmat(missing, 2)", J("string", "[2,2]", "[null,null,null,null]")},
+        // Ranges (a last element a rounding short counts; none when the step points away)
+        // and string() of numbers, logicals and text.
+        {"[0:0.25:1, 3 : 1]", J("double", "[1,5]", "[0.0,0.25,0.5,0.75,1.0]")},
+        {"0:0.1:0.3", J("double", "[1,4]", "[0.0,0.1,0.2,0.30000000000000004]")},
+        {"5:-2:0", J("double", "[1,3]", "[5.0,3.0,1.0]")},
+        {"string([-0 1e20 0.1 -2.5 NaN -Inf 12345678901])", J("string", "[1,7]", R"(["0","1e+20","0.1","-2.5","NaN","-Inf","12345678901"])")},
+        {"string([true; false])", J("string", "[2,1]", R"(["true","false"])")},
+        {"string('ab')", J("string", "[1,1]", R"(["ab"])")},
     };
     // clang-format on
     for (const Row& r : rows) {
@@ -132,6 +140,7 @@ TEST_F(QfsTest, ParseErrorsNameTheColumnWhereTheProblemStartsAndReleaseWhatWasBu
         {"struct('1a', 2)", 8}, {"struct('a', 1, 'a', 2)", 16}, {"reshape([1 2 3], 2, 2)", 1},
         {"reshape([1 2], 2)", 1}, {"logical(NaN)", 1}, {"logical('a')", 1}, {"repmat(1)", 1},
         {"zeros(4097, 4097)", 1}, {"repmat([1 2], 1, 8388609)", 1}, {"cell(1e12, 1e12, 1e12)", 1},
+        {"1:'a'", 3}, {"1:2:3:4", 6}, {"0:1e9", 1}, {"string({1})", 1}, {"string(1, 2)", 1},
         {"1 2", 3}, {"", 1}, {"\xc3\xa9", 1}, {"'\xc3\xa9\xc3\xa9' x", 6},
         // Statements; the last three fail after earlier arguments were built.
         {"f(1 2)", 5, true}, {"f(1", 2, true}, {"f(1) x", 6, true}, {"x == f(1)", 3, true}, {"x = ", 5, true},

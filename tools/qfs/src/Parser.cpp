@@ -85,6 +85,7 @@ private:
     [[nodiscard]] std::size_t countSubscripts() const;
 
     Parsed value();
+    Parsed primary();
     Parsed quoted(char quote);
     Parsed number();
     Parsed named();
@@ -116,6 +117,50 @@ Parsed Parser::value() {
         Depth(const Depth&) = delete;
         Depth& operator=(const Depth&) = delete;
     } depth(depth_);
+    Parsed first = primary();
+    const std::size_t blanks = pos_;
+    skipBlanks();
+    if (peek() != ':') {
+        pos_ = blanks;  // a blank may separate elements of a bracket
+        return first;
+    }
+    // first:last or first:step:last, a row of doubles.
+    std::vector<Parsed> bounds;
+    bounds.push_back(std::move(first));
+    while (peek() == ':' && bounds.size() < 3) {
+        ++pos_;
+        skipBlanks();
+        bounds.push_back(primary());
+        const std::size_t after = pos_;
+        skipBlanks();
+        if (peek() != ':') pos_ = after;
+    }
+    std::vector<double> v;
+    for (const Parsed& b : bounds) {
+        if (!vqIsDouble(b.value.get()) || !vqIsScalar(b.value.get()))
+            fail(b.start, tr("parse:rangeBound"));
+        v.push_back(*vqGetPr(b.value.get()));
+    }
+    const double step = v.size() == 3 ? v[1] : 1;
+    const double span = (v.back() - v.front()) / step;
+    std::size_t count = 0;
+    if (step != 0 && span >= 0) {
+        // A step such as 0.1 is inexact: a last element a rounding short of `last` counts.
+        const double n = std::floor(span + span * 4 * std::numeric_limits<double>::epsilon()) + 1;
+        if (!(n <= static_cast<double>(kMaxElements))) {
+            fail(bounds.front().start,
+                 tr("parse:tooManyElements", {static_cast<std::int64_t>(kMaxElements)}));
+        }
+        count = static_cast<std::size_t>(n);
+    }
+    auto row = vqCreateDoubleMatrix(1, count);
+    double* pr = vqGetPr(row.get());
+    for (std::size_t k = 0; k < count; ++k) pr[k] = v.front() + static_cast<double>(k) * step;
+    return {std::move(row), bounds.front().start};
+}
+
+Parsed Parser::primary() {
+    skipBlanks();
     const char c = peek();
     if (atEnd() || c == '%') fail(pos_, tr("parse:expectedValue"));
     if (c == '\'' || c == '"') return quoted(c);
@@ -244,7 +289,7 @@ Parsed Parser::named() {
 
     const bool sized = word == "strings" || word == "cell" || word == "zeros" || word == "false";
     if (!sized && word != "struct" && word != "reshape" && word != "logical" && word != "repmat" &&
-        word != "char") {
+        word != "char" && word != "string") {
         unknownName(word);
     }
     if (peek() != '(') fail(pos_, tr("parse:expectedParenAfter", {word}));
@@ -306,6 +351,10 @@ Parsed Parser::named() {
                 units.push_back(static_cast<char16_t>(unit));
             }
             return {vqCreateString(units), start};
+        }
+        if (word == "string") {
+            if (args.size() != 1) fail(start, tr("parse:stringArgs"));
+            return {toStringArray(args[0].value.get()), start};
         }
         if (word == "logical") {
             if (args.size() != 1) fail(start, tr("parse:logicalArgs"));
@@ -722,9 +771,9 @@ std::optional<std::string> continuedPart(std::string_view line) {
 }
 
 const std::vector<std::string>& valueFunctions() {
-    static const std::vector<std::string> names = {"struct",  "strings", "cell",    "zeros",
-                                                   "false",   "true",    "missing", "reshape",
-                                                   "logical", "repmat",  "NaN",     "Inf"};
+    static const std::vector<std::string> names = {
+        "struct",  "strings", "cell",   "zeros", "false", "true",  "missing",
+        "reshape", "logical", "repmat", "NaN",   "Inf",   "string"};
     return names;
 }
 

@@ -5,6 +5,7 @@
 #include "Hexfarrow/String/String.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
@@ -324,6 +325,43 @@ unique_vqarray_ptr indexArray(const vqArray* a, const std::vector<Subscript>& su
     }
     auto out = createLike(a, dims);
     for (std::size_t k = 0; k < from.size(); ++k) copyElement(a, from[k], out.get(), k);
+    return out;
+}
+
+namespace {
+
+fl::ustring numberText(double v) {
+    if (std::isnan(v)) return u"NaN";
+    if (std::isinf(v)) return v > 0 ? u"Inf" : u"-Inf";
+    char buf[40];
+    // Whole numbers below 2^53 print every digit, not an exponent form.
+    const auto r = v == std::trunc(v) && std::fabs(v) < 9007199254740992.0
+                       ? std::to_chars(buf, buf + sizeof buf, static_cast<long long>(v))
+                       : std::to_chars(buf, buf + sizeof buf, v);
+    return {buf, r.ptr};
+}
+
+}  // namespace
+
+unique_vqarray_ptr toStringArray(const vqArray* x) {
+    if (Hexfarrow::String::isString(x)) return vqDuplicateArray(x);
+    if (Hexfarrow::String::isCharRowOrEmpty(x)) {
+        return Hexfarrow::String::createStringArray(
+            fl::ustring(vqGetChars(x), vqGetNumberOfElements(x)));
+    }
+    if (!vqIsDouble(x) && !vqIsLogical(x)) {
+        throw std::invalid_argument(tr("values:stringClass", {std::string(vqGetClassName(x))}));
+    }
+    const std::vector<vqSize> dims = dimsOf(x);
+    auto out = Hexfarrow::String::createStringArray(dims.size(), dims.data());
+    auto& text = getMutableString(out.get());
+    for (std::size_t k = 0; k < vqGetNumberOfElements(x); ++k) {
+        if (vqIsLogical(x)) {
+            text.set(k, vqGetLogicals(x)[k] ? u"true" : u"false");
+        } else {
+            text.set(k, numberText(vqGetPr(x)[k]));
+        }
+    }
     return out;
 }
 

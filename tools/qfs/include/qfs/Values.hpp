@@ -42,6 +42,10 @@ unique_vqarray_ptr reshapeArray(const vqArray* x, const std::vector<vqSize>& dim
 unique_vqarray_ptr repmatArray(const vqArray* x, const std::vector<vqSize>& reps);
 // logical(X): numbers and logicals; non-zero is true, NaN is refused.
 unique_vqarray_ptr toLogical(const vqArray* x);
+// string(X): numbers in decimal (whole numbers in full, others as the shortest text that
+// reads back as the same double; NaN, Inf, -Inf), logicals as "true"/"false", a char row
+// as one string, strings as they are; the same dimensions.
+unique_vqarray_ptr toStringArray(const vqArray* x);
 
 // One subscript of an index expression: every index along its dimension (":"), or the
 // zero-based positions a one-based subscript names, in the subscript's own shape.
