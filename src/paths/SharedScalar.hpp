@@ -15,8 +15,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace quorin::io::filesystem::quorin {
 
@@ -58,22 +60,32 @@ private:
 };
 
 // Double scalars that recur (NaN for a time not known, the sizes 0 and 4096, the times of
-// files made together), shared the same way and bounded the same way; keyed by their bits,
-// so NaN finds NaN.
+// files made together), shared the same way: each value has one of a fixed number of
+// places, chosen by its bits (so NaN finds NaN), and a value that finds another in its
+// place takes it over. Recent values stay shared however many went before, as the times of
+// a folder's files, made one after the other, recur in runs.
 class SharedNumbers {
 public:
-    static constexpr std::size_t kCapacity = 512;
+    static constexpr int kBits = 9;
+    static constexpr std::size_t kPlaces = std::size_t{1} << kBits;
 
     [[nodiscard]] vqArray* reference(double value) {
         const auto key = std::bit_cast<std::uint64_t>(value);
-        const auto it = arrays_.find(key);
-        if (it != arrays_.end()) return it->second.reference();
-        if (arrays_.size() >= kCapacity) return vqCreateDoubleScalar(value).release();
-        return arrays_.try_emplace(key, vqCreateDoubleScalar(value)).first->second.reference();
+        // Fibonacci hashing: the top bits of the product depend on every bit of the key.
+        Place& place = places_[(key * 0x9E3779B97F4A7C15U) >> (64 - kBits)];
+        if (!place.value || place.key != key) {
+            place.value.emplace(vqCreateDoubleScalar(value));
+            place.key = key;
+        }
+        return place.value->reference();
     }
 
 private:
-    std::unordered_map<std::uint64_t, SharedScalar> arrays_;
+    struct Place {
+        std::uint64_t key = 0;
+        std::optional<SharedScalar> value;
+    };
+    std::vector<Place> places_ = std::vector<Place>(kPlaces);
 };
 
 }  // namespace quorin::io::filesystem::quorin

@@ -68,7 +68,7 @@ TEST(OutOfMemory, UnderUlimitVEveryBuiltInAnswersTheIdentifiedError) {
         [] {
             // The first two as a user met them; the parse of the paths fits the limit, their
             // parts do not.
-            for (const char* statement : {"x = isAbsolutePathNoIOFcn(strings(1, 3000000))",
+            for (const char* statement : {"x = isAbsolutePathNoIOFcn(strings(1, 4000000))",
                                           "x = resolvePathFcnWithAttributes(strings(1, 10000000))",
                                           "x = pathFcn(strings(1, 3000000), 'unix')"}) {
                 // call() itself fails the test for any host array left alive.

@@ -1,10 +1,14 @@
 // What every built-in stands on and no single case table owns: the identifier table against
 // the catalogs, the choice of catalog by locale, thrown errors across copies, the hand-over
-// of results under the reference rule, and the UTF-8 round trip of names.
+// of results under the reference rule, small arrays stored in place, and the UTF-8 round
+// trip of names.
 #include "qfs/Parser.hpp"
 #include "quorin/gateway/Errors.hpp"
 #include "quorin/gateway/Gateway.hpp"
+#include "zkfs/test/Errors.hpp"
+#include "zkfs/test/LiveArrays.hpp"
 
+#include "Hexfarrow/String/String.hpp"
 #include "fl/i18n/MessageCatalog.hpp"
 #include "fl/i18n/ZkLocale.hpp"
 #include "fl/i18n/unicode.hpp"
@@ -143,6 +147,39 @@ TEST(ReferenceRule, HandOverReleasesOnlyAPlainPreviousValue) {
         if (holders == 2) vqDestroy_deleter{}(old);
         if (holders == -1) matrix::destroyArray(old);
     }
+}
+
+// Scalars keep their elements in the array and one text in its string object; neither may
+// show through copies, reshapes, changes of length or the array-size limit.
+TEST(HostArrays, SmallValuesStoredInPlaceBehaveAsAnyOther) {
+    namespace hs = Hexfarrow::String;
+    const zkfs::test::LiveArrayGuard guard;
+    auto textOf = [](const vqArray* a) {
+        const hs::StringRecord* r = hs::getString(a).get(0);
+        return r == nullptr ? fl::ustring(u"<missing>") : fl::ustring(r->text, r->length);
+    };
+    auto s = hs::createStringArray(u"abc");
+    hs::String& str = hs::getMutableString(s.get());
+    str.set(0, u"longer than the room it was made with");
+    const auto longer = vqDuplicateArray(s.get());
+    str.set(0, u"xy");
+    const auto shorter = vqReshape(s.get(), {1, 1, 1});
+    str.setMissing(0);
+    EXPECT_EQ(textOf(longer.get()), u"longer than the room it was made with");
+    EXPECT_EQ(textOf(shorter.get()), u"xy");
+    EXPECT_TRUE(hs::isMissingScalarString(vqDuplicateArray(s.get()).get()));
+    EXPECT_THROW((void)str.get(1), std::out_of_range);
+
+    const auto chars = vqReshape(vqCreateString(u"wxyz").get(), {2, 2});
+    EXPECT_EQ(fl::ustring(vqGetChars(chars.get()), 4), u"wxyz");
+    EXPECT_EQ(*vqGetPr(vqDuplicateArray(vqCreateDoubleScalar(2.5).get()).get()), 2.5);
+    EXPECT_EQ(vqGetDimensions(chars.get())[0], 2U);
+
+    const std::size_t previous = vqSetAllocationLimit(4);
+    EXPECT_IDENTIFIED_ERROR((void)vqCreateDoubleScalar(1), "QUORIN:OutOfMemoryFor",
+                            std::int64_t{8});
+    EXPECT_TRUE(*vqGetLogicals(vqCreateLogicalScalar(true).get()));
+    vqSetAllocationLimit(previous);
 }
 
 // Names keep bytes that are not UTF-8 through the host's text and back.

@@ -1,8 +1,11 @@
 #include "Hexfarrow/String/String.hpp"
 
+#include <algorithm>
 #include <functional>
+#include <new>
 #include <numeric>
 #include <stdexcept>
+#include <utility>
 
 namespace Hexfarrow::String {
 namespace {
@@ -21,33 +24,146 @@ std::vector<vqSize> arrayShape(std::vector<vqSize> dims) {
 
 }  // namespace
 
-String::String(std::vector<vqSize> dims)
-    : dims_(arrayShape(std::move(dims))),
-      elems_(std::accumulate(dims_.begin(), dims_.end(), vqSize{1}, std::multiplies<>()),
-             fl::ustring()),
-      records_(elems_.size()) {
-    for (std::size_t i = 0; i < elems_.size(); ++i) records_[i] = {elems_[i]->data(), 0};
+namespace {
+
+const char16_t kEmptyText[1] = {u'\0'};
+
+// Never destroyed, as the array layer's own shared shapes.
+const std::vector<vqSize>* const kScalarShape = new std::vector<vqSize>{1, 1};
+
+const std::vector<vqSize>* internShape(std::vector<vqSize> dims) {
+    if (dims == *kScalarShape) return kScalarShape;
+    return new std::vector<vqSize>(std::move(dims));
+}
+
+}  // namespace
+
+String::String(std::vector<vqSize> dims) : dims_(internShape(arrayShape(std::move(dims)))) {
+    const vqSize n = std::accumulate(dims_->begin(), dims_->end(), vqSize{1}, std::multiplies<>());
+    scalar_ = n == 1;
+    if (scalar_) {
+        one_ = {kEmptyText, 0};
+        return;
+    }
+    many_ = {nullptr, nullptr, n};
+    if (n == 0) return;
+    try {
+        many_.texts = new fl::ustring[n];
+        many_.records = new StringRecord[n];
+    } catch (...) {
+        delete[] many_.texts;
+        if (dims_ != kScalarShape) delete dims_;
+        throw;
+    }
+    for (std::size_t i = 0; i < n; ++i) many_.records[i] = {many_.texts[i].data(), 0};
+}
+
+String::String(ScalarTag, std::uint32_t capacity)
+    : dims_(kScalarShape), capacity_(capacity), scalar_(true), one_{kEmptyText, 0} {}
+
+String::~String() {
+    if (scalar_) {
+        releaseScalarText();
+    } else {
+        delete[] many_.records;
+        delete[] many_.texts;
+    }
+    if (dims_ != kScalarShape) delete dims_;
+}
+
+boost::intrusive_ptr<String> String::makeScalar(fl::ustring_view text) {
+    // Longer texts than a capacity can count go to a buffer of their own.
+    const auto capacity = static_cast<std::uint32_t>(text.size() <= UINT32_MAX ? text.size() : 0);
+    void* memory = String::operator new(sizeof(String) + capacity * sizeof(char16_t));
+    boost::intrusive_ptr<String> made(::new (memory) String(ScalarTag{}, capacity));
+    made->assignScalar(text);
+    return made;
+}
+
+void* String::operator new(std::size_t bytes) { return ::operator new(bytes); }
+void String::operator delete(void* p) noexcept { ::operator delete(p); }
+
+char16_t* String::inlineText() noexcept {
+    return reinterpret_cast<char16_t*>(reinterpret_cast<unsigned char*>(this) + sizeof(String));
+}
+
+void String::releaseScalarText() noexcept {
+    if (one_.text != nullptr && one_.text != kEmptyText && one_.text != inlineText()) {
+        delete[] one_.text;
+    }
+}
+
+const StringRecord& String::record(std::size_t i) const {
+    if (i >= numel()) throw std::out_of_range("String: element index out of range");
+    return scalar_ ? one_ : many_.records[i];
+}
+
+StringRecord& String::record(std::size_t i) {
+    return const_cast<StringRecord&>(std::as_const(*this).record(i));
 }
 
 const StringRecord* String::get(std::size_t i) const {
-    return elems_.at(i) ? &records_[i] : nullptr;
+    const StringRecord& r = record(i);
+    return r.text == nullptr ? nullptr : &r;
 }
 
 void String::set(std::size_t i, fl::ustring text) {
-    auto& e = elems_.at(i);
-    e = std::move(text);
-    records_[i] = {e->data(), e->size()};
+    StringRecord& r = record(i);
+    if (scalar_) {
+        assignScalar(text);
+        return;
+    }
+    fl::ustring& owned = many_.texts[i];
+    owned = std::move(text);
+    r = {owned.data(), owned.size()};
 }
 
-void String::setMissing(std::size_t i) { elems_.at(i).reset(); }
+void String::assignScalar(fl::ustring_view text) {
+    if (text.empty()) {
+        releaseScalarText();
+        one_ = {kEmptyText, 0};
+    } else if (text.size() <= capacity_) {
+        releaseScalarText();
+        std::copy(text.begin(), text.end(), inlineText());
+        one_ = {inlineText(), text.size()};
+    } else {
+        auto* buffer = new char16_t[text.size()];
+        std::copy(text.begin(), text.end(), buffer);
+        releaseScalarText();
+        one_ = {buffer, text.size()};
+    }
+}
 
-void String::reshapePayload(const std::vector<vqSize>& dims) { dims_ = arrayShape(dims); }
+void String::setMissing(std::size_t i) {
+    StringRecord& r = record(i);
+    if (scalar_) {
+        releaseScalarText();
+    } else {
+        fl::ustring().swap(many_.texts[i]);
+    }
+    r.text = nullptr;
+    r.length = 0;
+}
+
+void String::reshapePayload(const std::vector<vqSize>& dims) {
+    const std::vector<vqSize>* shape = internShape(arrayShape(dims));
+    if (dims_ != kScalarShape) delete dims_;
+    dims_ = shape;
+}
 
 boost::intrusive_ptr<vqPayload> String::clonePayload() const {
-    StringPtr copy(new String(dims_));
-    for (std::size_t i = 0; i < elems_.size(); ++i) {
-        if (elems_[i])
-            copy->set(i, *elems_[i]);
+    if (scalar_) {
+        if (one_.text == nullptr) {
+            StringPtr copy(new String(*dims_));
+            copy->setMissing(0);
+            return copy;
+        }
+        return makeScalar(fl::ustring_view(one_.text, one_.length));
+    }
+    StringPtr copy(new String(*dims_));
+    for (std::size_t i = 0; i < many_.numel; ++i) {
+        if (many_.records[i].text != nullptr)
+            copy->set(i, many_.texts[i]);
         else
             copy->setMissing(i);
     }
@@ -107,9 +223,7 @@ unique_vqarray_ptr createStringArray(vqSize rows, vqSize cols) {
 }
 
 unique_vqarray_ptr createStringArray(const fl::ustring& text) {
-    auto a = createStringArray(1, 1);
-    getMutableString(a.get()).set(0, text);
-    return a;
+    return createStringArray(String::makeScalar(text));
 }
 
 unique_vqarray_ptr createMissingString() {

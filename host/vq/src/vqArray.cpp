@@ -104,10 +104,16 @@ std::vector<vqSize> normaliseDims(std::vector<vqSize> dims) {
 
 std::atomic<std::size_t> gAllocationLimit{SIZE_MAX};
 
-// Element storage of `count` elements of `size` bytes, within the host's limit.
-void* allocateElements(std::size_t count, std::size_t size) {
+// The bytes of `count` elements of `size` bytes, refused beyond the host's limit.
+std::size_t checkedBytes(std::size_t count, std::size_t size) {
     const std::size_t bytes = size != 0 && count > SIZE_MAX / size ? SIZE_MAX : count * size;
     if (bytes > gAllocationLimit.load(std::memory_order_relaxed)) vqThrowOutOfMemory(bytes);
+    return bytes;
+}
+
+// Element storage of `count` elements of `size` bytes, within the host's limit.
+void* allocateElements(std::size_t count, std::size_t size) {
+    const std::size_t bytes = checkedBytes(count, size);
     void* p = std::calloc(count, size);
     if (p == nullptr) vqThrowOutOfMemory(bytes);
     return p;
@@ -127,6 +133,28 @@ void assignSlots(std::vector<vqArray*>& slots, std::size_t count) {
     }
 }
 
+// Elements that fit in the array's own 8 bytes (every scalar) are stored there.
+bool storedInline(vqClassID cls, vqSize numel) {
+    return hasData(cls) && numel > 0 && numel <= 8 / elementSize(cls);
+}
+
+// The shapes of nearly every small array, shared rather than allocated per array. Never
+// destroyed: an array freed while another library exits still compares against them.
+const std::vector<vqSize>* const kScalarDims = new std::vector<vqSize>{1, 1};
+const std::vector<vqSize>* const kEmptyDims = new std::vector<vqSize>{0, 0};
+
+bool sharedDims(const std::vector<vqSize>* dims) noexcept {
+    return dims == kScalarDims || dims == kEmptyDims;
+}
+
+const std::vector<vqSize>* internDims(std::vector<vqSize> dims) {
+    if (dims == *kScalarDims) return kScalarDims;
+    if (dims == *kEmptyDims) return kEmptyDims;
+    return new std::vector<vqSize>(std::move(dims));
+}
+
+const std::vector<std::string> kNoFields;
+
 vqSize countOf(const std::vector<vqSize>& dims) {
     vqSize n = 1;
     for (const vqSize d : dims) {
@@ -145,17 +173,24 @@ struct vqArrayAccess {
         return unique_vqarray_ptr(new vqArray(cls, normaliseDims(std::move(dims))));
     }
     static void destroy(vqArray* a) noexcept { delete a; }
+    // Both of one class and element count, so their elements are stored alike.
     static void swapContents(vqArray& x, vqArray& y) noexcept {
         std::swap(x.data_, y.data_);
-        x.slots_.swap(y.slots_);
-        x.fields_.swap(y.fields_);
+        x.parts_.swap(y.parts_);
         x.payload_.swap(y.payload_);
         std::swap(x.sparse_, y.sparse_);
     }
     static vqArray& mut(const vqArray* a) noexcept { return *const_cast<vqArray*>(a); }
-    static std::vector<vqArray*>& slots(const vqArray* a) noexcept { return mut(a).slots_; }
-    static std::vector<std::string>& fields(const vqArray* a) noexcept { return mut(a).fields_; }
-    static void* data(const vqArray* a) noexcept { return a->data_; }
+    // Cells and structs only.
+    static std::vector<vqArray*>& slots(const vqArray* a) noexcept { return mut(a).parts_->slots; }
+    static std::vector<std::string>& fields(vqArray* a) noexcept { return a->parts_->fields; }
+    static const std::vector<std::string>& fieldsOf(const vqArray* a) noexcept {
+        return a->parts_ ? a->parts_->fields : kNoFields;
+    }
+    static bool hasParts(const vqArray* a) noexcept { return a->parts_ != nullptr; }
+    static void* data(const vqArray* a) noexcept {
+        return storedInline(a->class_, a->numel_) ? mut(a).data_.bytes : a->data_.heap;
+    }
     static bool& sparse(const vqArray* a) noexcept { return mut(a).sparse_; }
     static boost::intrusive_ptr<vqPayload>& payload(const vqArray* a) noexcept {
         return mut(a).payload_;
@@ -163,20 +198,36 @@ struct vqArrayAccess {
 };
 
 vqArray::vqArray(vqClassID cls, std::vector<vqSize> dims)
-    : class_(cls), dims_(std::move(dims)), numel_(countOf(dims_)) {
-    if (hasData(cls) && numel_ > 0) data_ = allocateElements(numel_, elementSize(cls));
-    if (cls == vqCELL_CLASS) assignSlots(slots_, numel_);
+    : class_(cls), dims_(nullptr), numel_(countOf(dims)) {
+    dims_ = internDims(std::move(dims));
+    try {
+        if (storedInline(cls, numel_)) {
+            checkedBytes(numel_, elementSize(cls));  // the union starts zeroed
+        } else if (hasData(cls) && numel_ > 0) {
+            data_.heap = allocateElements(numel_, elementSize(cls));
+        }
+        if (cls == vqCELL_CLASS || cls == vqSTRUCT_CLASS) parts_ = std::make_unique<Parts>();
+        if (cls == vqCELL_CLASS) assignSlots(parts_->slots, numel_);
+    } catch (...) {
+        if (!sharedDims(dims_)) delete dims_;
+        throw;
+    }
     ++gLiveArrays;
 }
 
 vqArray::~vqArray() {
-    std::free(data_);
-    vqDestroy_deleter release;
-    for (vqArray* child : slots_) release(child);
+    if (!storedInline(class_, numel_)) std::free(data_.heap);
+    if (parts_) {
+        vqDestroy_deleter release;
+        for (vqArray* child : parts_->slots) release(child);
+    }
+    if (!sharedDims(dims_)) delete dims_;
     --gLiveArrays;
 }
 
-std::vector<std::string> vqArray::get_struct_field_names() const { return fields_; }
+std::vector<std::string> vqArray::get_struct_field_names() const {
+    return vqArrayAccess::fieldsOf(this);
+}
 
 void vqDestroy_deleter::operator()(vqArray* a) const noexcept {
     if (a == nullptr) return;
@@ -319,24 +370,24 @@ void vqSetCell(vqArray* cell, vqIndex i, vqArray* value) {
 void vqReplaceCell(vqArray* cell, vqIndex i, vqArray* value) { vqSetCell(cell, i, value); }
 
 int vqGetNumberOfFields(const vqArray* s) noexcept {
-    return static_cast<int>(vqArrayAccess::fields(s).size());
+    return static_cast<int>(vqArrayAccess::fieldsOf(s).size());
 }
 
 int vqGetFieldNumber(const vqArray* s, const char* name) noexcept {
     if (!vqIsStruct(s) || name == nullptr) return -1;
-    const auto& f = vqArrayAccess::fields(s);
+    const auto& f = vqArrayAccess::fieldsOf(s);
     const auto it = std::find(f.begin(), f.end(), name);
     return it == f.end() ? -1 : static_cast<int>(it - f.begin());
 }
 
 const char* vqGetFieldNameByNumber(const vqArray* s, int field) noexcept {
-    const auto& f = vqArrayAccess::fields(s);
+    const auto& f = vqArrayAccess::fieldsOf(s);
     if (!vqIsStruct(s) || field < 0 || static_cast<std::size_t>(field) >= f.size()) return nullptr;
     return f[static_cast<std::size_t>(field)].c_str();
 }
 
 vqArray* vqGetFieldByNumber(const vqArray* s, vqIndex i, int field) noexcept {
-    const std::size_t nf = vqArrayAccess::fields(s).size();
+    const std::size_t nf = vqArrayAccess::fieldsOf(s).size();
     if (!vqIsStruct(s) || field < 0 || static_cast<std::size_t>(field) >= nf || i >= s->numel()) {
         return nullptr;
     }
@@ -348,7 +399,7 @@ vqArray* vqGetField(const vqArray* s, vqIndex i, const char* name) noexcept {
 }
 
 void vqSetFieldByNumber(vqArray* s, vqIndex i, int field, vqArray* value) {
-    const std::size_t nf = vqArrayAccess::fields(s).size();
+    const std::size_t nf = vqArrayAccess::fieldsOf(s).size();
     if (!vqIsStruct(s) || field < 0 || static_cast<std::size_t>(field) >= nf || i >= s->numel()) {
         vqDestroy_deleter{}(value);
         throw std::out_of_range("vqSetFieldByNumber: no such field or element");
@@ -450,12 +501,14 @@ unique_vqarray_ptr vqDuplicateArray(const vqArray* a) {
         std::memcpy(vqGetData(copy.get()), src, a->numel() * vqGetElementSize(a));
     }
     vqArrayAccess::sparse(copy.get()) = vqIsSparse(a);
-    vqArrayAccess::fields(copy.get()) = vqArrayAccess::fields(a);
-    const auto& from = vqArrayAccess::slots(a);
-    auto& to = vqArrayAccess::slots(copy.get());
-    to.assign(from.size(), nullptr);
-    for (std::size_t i = 0; i < from.size(); ++i) {
-        if (from[i] != nullptr) to[i] = vqDuplicateArray(from[i]).release();
+    if (vqArrayAccess::hasParts(a) && vqArrayAccess::hasParts(copy.get())) {
+        vqArrayAccess::fields(copy.get()) = vqArrayAccess::fieldsOf(a);
+        const auto& from = vqArrayAccess::slots(a);
+        auto& to = vqArrayAccess::slots(copy.get());
+        to.assign(from.size(), nullptr);
+        for (std::size_t i = 0; i < from.size(); ++i) {
+            if (from[i] != nullptr) to[i] = vqDuplicateArray(from[i]).release();
+        }
     }
     if (const auto& p = vqArrayAccess::payload(a))
         vqArrayAccess::payload(copy.get()) = p->clonePayload();

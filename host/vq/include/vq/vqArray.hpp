@@ -71,18 +71,18 @@ public:
     vqArray& operator=(const vqArray&) = delete;
 
     [[nodiscard]] vqClassID classID() const noexcept { return class_; }
-    [[nodiscard]] const std::vector<vqSize>& dims() const noexcept { return dims_; }
+    [[nodiscard]] const std::vector<vqSize>& dims() const noexcept { return *dims_; }
     [[nodiscard]] vqSize numel() const noexcept { return numel_; }
 
     [[nodiscard]] std::vector<std::string> get_struct_field_names() const;
     [[nodiscard]] std::size_t get_number_of_struct_fields() const noexcept {
-        return fields_.size();
+        return parts_ ? parts_->fields.size() : 0;
     }
 
     // The out-of-line halves of the inline queries (class id, dimensions, sharing).
     [[nodiscard]] vqClassID _get_class_id_non_trivial() const noexcept { return class_; }
     [[nodiscard]] const std::vector<vqSize>& _complete_opaque_dimensions() const noexcept {
-        return dims_;
+        return *dims_;
     }
     [[nodiscard]] bool is_data_shared_impl() const noexcept {
         return refCount_ > 1 || marker_ != 0;
@@ -98,13 +98,24 @@ private:
     vqArray(vqClassID cls, std::vector<vqSize> dims);
     ~vqArray();
 
+    // What only cells and structs have, apart, so that the many small arrays a result holds
+    // (one per struct field) carry a pointer for it, not two vectors.
+    struct Parts {
+        std::vector<vqArray*> slots;      // cell elements, or struct fields
+        std::vector<std::string> fields;  // struct field names, in order
+    };
+
     vqClassID class_;
     bool sparse_ = false;
-    std::vector<vqSize> dims_;
+    const std::vector<vqSize>* dims_;  // shared for 1x1 and 0x0, else owned
     vqSize numel_ = 0;
-    void* data_ = nullptr;                     // numeric, logical and char elements
-    std::vector<vqArray*> slots_;              // cell elements, or struct fields
-    std::vector<std::string> fields_;          // struct field names, in order
+    // Numeric, logical and char elements: in the array itself when they fit in 8 bytes (a
+    // scalar), else on the heap.
+    union {
+        void* heap = nullptr;
+        alignas(8) unsigned char bytes[8];
+    } data_;
+    std::unique_ptr<Parts> parts_;
     boost::intrusive_ptr<vqPayload> payload_;  // string arrays
 };
 

@@ -10,6 +10,7 @@
 #include <boost/intrusive_ptr.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <optional>
 #include <vector>
@@ -27,12 +28,19 @@ struct StringRecord {
 class HEXFARROW_STRING_API String final : public vqPayload {
 public:
     explicit String(std::vector<vqSize> dims);
+    ~String() override;
+    // A 1x1 string object holding `text`, the text in the same allocation as the object.
+    static boost::intrusive_ptr<String> makeScalar(fl::ustring_view text);
+    // Objects made by makeScalar are larger than the class; the pair allocates and frees
+    // either kind whole.
+    static void* operator new(std::size_t bytes);
+    static void operator delete(void* p) noexcept;
 
-    [[nodiscard]] const std::vector<vqSize>& dims() const noexcept { return dims_; }
-    [[nodiscard]] std::size_t numel() const noexcept { return elems_.size(); }
+    [[nodiscard]] const std::vector<vqSize>& dims() const noexcept { return *dims_; }
+    [[nodiscard]] std::size_t numel() const noexcept { return scalar_ ? 1 : many_.numel; }
     // Null for a missing element; otherwise valid until the element is changed.
     [[nodiscard]] const StringRecord* get(std::size_t i) const;
-    [[nodiscard]] bool isMissing(std::size_t i) const { return !elems_.at(i).has_value(); }
+    [[nodiscard]] bool isMissing(std::size_t i) const { return record(i).text == nullptr; }
     void set(std::size_t i, fl::ustring text);
     void setMissing(std::size_t i);
 
@@ -40,10 +48,29 @@ public:
     void reshapePayload(const std::vector<vqSize>& dims) override;
 
 private:
-    std::vector<vqSize> dims_;
-    // Fixed size from construction, so the records' pointers stay valid.
-    std::vector<std::optional<fl::ustring>> elems_;
-    std::vector<StringRecord> records_;
+    struct ScalarTag {};
+    String(ScalarTag, std::uint32_t capacity);
+    [[nodiscard]] const StringRecord& record(std::size_t i) const;
+    [[nodiscard]] StringRecord& record(std::size_t i);
+    [[nodiscard]] char16_t* inlineText() noexcept;
+    void releaseScalarText() noexcept;
+    void assignScalar(fl::ustring_view text);
+
+    const std::vector<vqSize>* dims_;  // shared for 1x1, else owned
+    std::uint32_t capacity_ = 0;       // code units stored after the object (makeScalar)
+    bool scalar_ = false;
+    // A missing element's record has a null text. A scalar keeps its record here, its text
+    // after the object when it fits, else in a buffer of its own; other arrays keep
+    // records and texts in two arrays of fixed size, so a record stays valid until its
+    // element is changed.
+    union {
+        StringRecord one_;
+        struct {
+            StringRecord* records;
+            fl::ustring* texts;
+            std::size_t numel;
+        } many_;
+    };
 };
 
 using StringPtr = boost::intrusive_ptr<String>;
