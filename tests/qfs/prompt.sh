@@ -115,6 +115,7 @@ line "p = pathFcn(r.ResolvedPath, 'unix');"
 line "p.Name"
 waitFor '"data"'
 type "createFileURL('never run"
+waitFor "createFileURL('never run"  # Ctrl-C once the text shows, as a person presses it
 tmux -S "$sock" send-keys C-c
 line "who"
 waitFor "ans  p  r"
