@@ -28,55 +28,61 @@ namespace {
 
 const char16_t kEmptyText[1] = {u'\0'};
 
-// Never destroyed, as the array layer's own shared shapes.
+// Never destroyed, as the array layer's own shared shapes. Both are 1x1; the second marks a
+// string object with its text's room after it.
 const std::vector<vqSize>* const kScalarShape = new std::vector<vqSize>{1, 1};
+const std::vector<vqSize>* const kScalarShapeWithRoom = new std::vector<vqSize>{1, 1};
 
 const std::vector<vqSize>* internShape(std::vector<vqSize> dims) {
     if (dims == *kScalarShape) return kScalarShape;
     return new std::vector<vqSize>(std::move(dims));
 }
 
+bool sharedShape(const std::vector<vqSize>* dims) noexcept {
+    return dims == kScalarShape || dims == kScalarShapeWithRoom;
+}
+
 }  // namespace
 
-String::String(std::vector<vqSize> dims) : dims_(internShape(arrayShape(std::move(dims)))) {
-    const vqSize n = std::accumulate(dims_->begin(), dims_->end(), vqSize{1}, std::multiplies<>());
-    scalar_ = n == 1;
-    if (scalar_) {
+String::String(std::vector<vqSize> dims)
+    : dims_(internShape(arrayShape(std::move(dims)))),
+      numel_(std::accumulate(dims_->begin(), dims_->end(), vqSize{1}, std::multiplies<>())) {
+    if (numel_ == 1) {
         one_ = {kEmptyText, 0};
         return;
     }
-    many_ = {nullptr, nullptr, n};
-    if (n == 0) return;
+    many_ = {nullptr, nullptr};
+    if (numel_ == 0) return;
     try {
-        many_.texts = new fl::ustring[n];
-        many_.records = new StringRecord[n];
+        many_.texts = new fl::ustring[numel_];
+        many_.records = new StringRecord[numel_];
     } catch (...) {
         delete[] many_.texts;
-        if (dims_ != kScalarShape) delete dims_;
+        if (!sharedShape(dims_)) delete dims_;
         throw;
     }
-    for (std::size_t i = 0; i < n; ++i) many_.records[i] = {many_.texts[i].data(), 0};
+    for (std::size_t i = 0; i < numel_; ++i) many_.records[i] = {many_.texts[i].data(), 0};
 }
 
-String::String(ScalarTag, std::uint32_t capacity)
-    : dims_(kScalarShape), capacity_(capacity), scalar_(true), one_{kEmptyText, 0} {}
+String::String(ScalarTag) : dims_(kScalarShapeWithRoom), numel_(1), one_{kEmptyText, 0} {}
 
 String::~String() {
-    if (scalar_) {
+    if (numel_ == 1) {
         releaseScalarText();
     } else {
         delete[] many_.records;
         delete[] many_.texts;
     }
-    if (dims_ != kScalarShape) delete dims_;
+    if (!sharedShape(dims_)) delete dims_;
 }
 
 boost::intrusive_ptr<String> String::makeScalar(fl::ustring_view text) {
-    // Longer texts than a capacity can count go to a buffer of their own.
-    const auto capacity = static_cast<std::uint32_t>(text.size() <= UINT32_MAX ? text.size() : 0);
-    void* memory = String::operator new(sizeof(String) + capacity * sizeof(char16_t));
-    boost::intrusive_ptr<String> made(::new (memory) String(ScalarTag{}, capacity));
-    made->assignScalar(text);
+    void* memory = String::operator new(sizeof(String) + text.size() * sizeof(char16_t));
+    boost::intrusive_ptr<String> made(::new (memory) String(ScalarTag{}));
+    if (!text.empty()) {
+        std::copy(text.begin(), text.end(), made->inlineText());
+        made->one_ = {made->inlineText(), text.size()};
+    }
     return made;
 }
 
@@ -88,14 +94,13 @@ char16_t* String::inlineText() noexcept {
 }
 
 void String::releaseScalarText() noexcept {
-    if (one_.text != nullptr && one_.text != kEmptyText && one_.text != inlineText()) {
-        delete[] one_.text;
-    }
+    const bool inRoom = dims_ == kScalarShapeWithRoom && one_.text == inlineText();
+    if (one_.text != nullptr && one_.text != kEmptyText && !inRoom) delete[] one_.text;
 }
 
 const StringRecord& String::record(std::size_t i) const {
-    if (i >= numel()) throw std::out_of_range("String: element index out of range");
-    return scalar_ ? one_ : many_.records[i];
+    if (i >= numel_) throw std::out_of_range("String: element index out of range");
+    return numel_ == 1 ? one_ : many_.records[i];
 }
 
 StringRecord& String::record(std::size_t i) {
@@ -109,34 +114,24 @@ const StringRecord* String::get(std::size_t i) const {
 
 void String::set(std::size_t i, fl::ustring text) {
     StringRecord& r = record(i);
-    if (scalar_) {
-        assignScalar(text);
+    if (numel_ != 1) {
+        fl::ustring& owned = many_.texts[i];
+        owned = std::move(text);
+        r = {owned.data(), owned.size()};
         return;
     }
-    fl::ustring& owned = many_.texts[i];
-    owned = std::move(text);
-    r = {owned.data(), owned.size()};
-}
-
-void String::assignScalar(fl::ustring_view text) {
-    if (text.empty()) {
-        releaseScalarText();
-        one_ = {kEmptyText, 0};
-    } else if (text.size() <= capacity_) {
-        releaseScalarText();
-        std::copy(text.begin(), text.end(), inlineText());
-        one_ = {inlineText(), text.size()};
-    } else {
-        auto* buffer = new char16_t[text.size()];
+    char16_t* buffer = nullptr;
+    if (!text.empty()) {
+        buffer = new char16_t[text.size()];
         std::copy(text.begin(), text.end(), buffer);
-        releaseScalarText();
-        one_ = {buffer, text.size()};
     }
+    releaseScalarText();
+    r = {buffer == nullptr ? kEmptyText : buffer, text.size()};
 }
 
 void String::setMissing(std::size_t i) {
     StringRecord& r = record(i);
-    if (scalar_) {
+    if (numel_ == 1) {
         releaseScalarText();
     } else {
         fl::ustring().swap(many_.texts[i]);
@@ -146,24 +141,21 @@ void String::setMissing(std::size_t i) {
 }
 
 void String::reshapePayload(const std::vector<vqSize>& dims) {
+    if (numel_ == 1) return;  // 1x1 is the only shape of one element
     const std::vector<vqSize>* shape = internShape(arrayShape(dims));
-    if (dims_ != kScalarShape) delete dims_;
+    if (!sharedShape(dims_)) delete dims_;
     dims_ = shape;
 }
 
 boost::intrusive_ptr<vqPayload> String::clonePayload() const {
-    if (scalar_) {
-        if (one_.text == nullptr) {
-            StringPtr copy(new String(*dims_));
-            copy->setMissing(0);
-            return copy;
-        }
+    if (numel_ == 1 && one_.text != nullptr) {
         return makeScalar(fl::ustring_view(one_.text, one_.length));
     }
     StringPtr copy(new String(*dims_));
-    for (std::size_t i = 0; i < many_.numel; ++i) {
-        if (many_.records[i].text != nullptr)
-            copy->set(i, many_.texts[i]);
+    for (std::size_t i = 0; i < numel_; ++i) {
+        const StringRecord& r = record(i);
+        if (r.text != nullptr)
+            copy->set(i, fl::ustring(r.text, r.length));
         else
             copy->setMissing(i);
     }

@@ -10,7 +10,6 @@
 #include <boost/intrusive_ptr.hpp>
 
 #include <cstddef>
-#include <cstdint>
 #include <exception>
 #include <optional>
 #include <vector>
@@ -37,7 +36,7 @@ public:
     static void operator delete(void* p) noexcept;
 
     [[nodiscard]] const std::vector<vqSize>& dims() const noexcept { return *dims_; }
-    [[nodiscard]] std::size_t numel() const noexcept { return scalar_ ? 1 : many_.numel; }
+    [[nodiscard]] std::size_t numel() const noexcept { return numel_; }
     // Null for a missing element; otherwise valid until the element is changed.
     [[nodiscard]] const StringRecord* get(std::size_t i) const;
     [[nodiscard]] bool isMissing(std::size_t i) const { return record(i).text == nullptr; }
@@ -49,26 +48,25 @@ public:
 
 private:
     struct ScalarTag {};
-    String(ScalarTag, std::uint32_t capacity);
+    explicit String(ScalarTag);
     [[nodiscard]] const StringRecord& record(std::size_t i) const;
     [[nodiscard]] StringRecord& record(std::size_t i);
     [[nodiscard]] char16_t* inlineText() noexcept;
     void releaseScalarText() noexcept;
-    void assignScalar(fl::ustring_view text);
 
-    const std::vector<vqSize>* dims_;  // shared for 1x1, else owned
-    std::uint32_t capacity_ = 0;       // code units stored after the object (makeScalar)
-    bool scalar_ = false;
-    // A missing element's record has a null text. A scalar keeps its record here, its text
-    // after the object when it fits, else in a buffer of its own; other arrays keep
-    // records and texts in two arrays of fixed size, so a record stays valid until its
-    // element is changed.
+    // Shared for 1x1 (one of two shapes: the other marks an object made by makeScalar, with
+    // room for its first text after it), else owned.
+    const std::vector<vqSize>* dims_;
+    std::size_t numel_;
+    // A missing element's record has a null text. A scalar keeps its record here and its
+    // text after the object (makeScalar's) or in a buffer of its own (any later one); other
+    // arrays keep records and texts in two arrays of fixed size, so a record stays valid
+    // until its element is changed.
     union {
         StringRecord one_;
         struct {
             StringRecord* records;
             fl::ustring* texts;
-            std::size_t numel;
         } many_;
     };
 };
