@@ -772,8 +772,8 @@ std::optional<std::string> continuedPart(std::string_view line) {
 
 const std::vector<std::string>& valueFunctions() {
     static const std::vector<std::string> names = {
-        "struct",  "strings", "cell",   "zeros", "false", "true",  "missing",
-        "reshape", "logical", "repmat", "NaN",   "Inf",   "string"};
+        "struct",  "strings", "cell",   "zeros", "false", "true",   "missing",
+        "reshape", "logical", "repmat", "NaN",   "Inf",   "string", "char"};
     return names;
 }
 
