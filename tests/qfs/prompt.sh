@@ -117,6 +117,14 @@ waitFor '"data"'
 type "createFileURL('never run"
 waitFor "createFileURL('never run"  # Ctrl-C once the text shows, as a person presses it
 tmux -S "$sock" send-keys C-c
+# Ctrl-C hard on a burst of keys lands while readline is still taking them in, not
+# waiting for the next one: the line must still be dropped at once.
+ready
+prompts=$(screen | grep -c '^>>')
+tmux -S "$sock" send-keys -l "createFileURL('never run$(printf '%03000d' 0)"
+tmux -S "$sock" send-keys C-c
+for _ in $(seq 1 100); do [ "$(screen | grep -c '^>>')" -gt "$prompts" ] && break; sleep 0.1; done
+[ "$(screen | grep -c '^>>')" -gt "$prompts" ] || { echo "Ctrl-C lost in a burst of keys"; screen; exit 1; }
 line "who"
 waitFor "ans  p  r"
 type "q = pathF"

@@ -24,6 +24,7 @@
 #include <cstring>
 #include <iostream>
 #include <optional>
+#include <poll.h>
 #include <pthread.h>
 #include <streambuf>
 #include <string>
@@ -191,8 +192,7 @@ void onInterrupt(int /*signal*/) { gInterrupted = 1; }
 
 // Ctrl-C at the prompt: the line being typed (and any continued statement) is dropped
 // and a fresh prompt shown.
-int afterSignal() {
-    if (gInterrupted == 0) return 0;
+void abandonLine() {
     gInterrupted = 0;
     gPending.clear();
     rl_replace_line("", 0);
@@ -201,7 +201,50 @@ int afterSignal() {
     rl_set_prompt(kPrompt);
     rl_on_new_line();
     rl_redisplay();
-    return 0;
+}
+
+// The terminal opened again, non-blocking, for the prompt's reads alone: a Ctrl-C flushes
+// the terminal's input (POSIX, ISIG without NOFLSH), so a key that ppoll saw may be gone
+// by the read, which must then not wait. Where it cannot be opened (a terminal of another
+// user) the shared descriptor is made non-blocking for each read only.
+fl::sys::UniqueFd gKeys;
+
+long readOneKey(int shared, unsigned char& key) {
+    if (gKeys.valid()) return fl::sys::read(gKeys.get(), &key, 1);
+    const int flags = fl::sys::fcntl(shared, F_GETFL, 0);
+    if (flags < 0 || fl::sys::fcntl(shared, F_SETFL, flags | O_NONBLOCK) < 0) return -1;
+    const long n = fl::sys::read(shared, &key, 1);
+    const int e = errno;
+    fl::sys::fcntl(shared, F_SETFL, flags);
+    errno = e;
+    return n;
+}
+
+// readline's key reader. SIGINT stays blocked on every thread of an interactive session
+// and is let in only while this waits for a key, so a Ctrl-C that comes while readline is
+// still busy with earlier keys stays pending until here instead of being caught and then
+// left unseen behind a read() that waits for the next key.
+int readKey(FILE* stream) {
+    const int shared = fileno(stream);
+    sigset_t waiting;
+    pthread_sigmask(SIG_BLOCK, nullptr, &waiting);
+    sigdelset(&waiting, SIGINT);
+    for (;;) {
+        pollfd ready{gKeys.valid() ? gKeys.get() : shared, POLLIN, 0};
+        // Not through the seam: its EINTR policy would retry, and the EINTR is the point.
+        if (ppoll(&ready, 1, nullptr, &waiting) < 0) {
+            if (errno != EINTR) return RL_ISSTATE(RL_STATE_READCMD) ? READERR : EOF;
+            if (gInterrupted != 0) abandonLine();
+            rl_check_signals();  // readline's own, a resize
+            continue;
+        }
+        unsigned char key = 0;
+        const long n = readOneKey(shared, key);
+        if (n == 1) return key;
+        if (n < 0 && errno == EAGAIN) continue;
+        if (n == 0) return EOF;
+        return RL_ISSTATE(RL_STATE_READCMD) ? READERR : EOF;
+    }
 }
 
 std::vector<std::string> gMatches;
@@ -281,10 +324,13 @@ void runWatched(qfs::Session& session, const std::string& line, const std::strin
     sigemptyset(&watched);
     sigaddset(&watched, SIGINT);
     sigaddset(&watched, SIGUSR1);  // the worker's "done"
-    pthread_sigmask(SIG_BLOCK, &watched, nullptr);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &watched, &before);
     const pthread_t self = pthread_self();
     std::atomic<bool> done{false};
     std::thread worker([&] {
+        // Inherited already; kept explicit because a Ctrl-C taken here would go unseen.
+        pthread_sigmask(SIG_BLOCK, &watched, nullptr);
         session.run(line);
         done = true;
         pthread_kill(self, SIGUSR1);
@@ -307,10 +353,8 @@ void runWatched(qfs::Session& session, const std::string& line, const std::strin
     sigaddset(&finished, SIGUSR1);
     while (sigtimedwait(&finished, nullptr, &none) == SIGUSR1) {
     }
-    sigset_t interrupt;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGINT);
-    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+    // A Ctrl-C after the worker ended stays pending for the prompt.
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 int runInteractive(qfs::Session& session, bool banner) {
@@ -324,20 +368,20 @@ int runInteractive(qfs::Session& session, bool banner) {
         }
     }
     gSession = &session;
+    gKeys = fl::sys::openat(AT_FDCWD, "/proc/self/fd/0", O_RDONLY | O_NONBLOCK | O_NOCTTY);
     rl_readline_name = "qfs";
     rl_catch_signals = 0;
-    rl_signal_event_hook = afterSignal;
+    rl_getc_function = readKey;
     rl_attempted_completion_function = complete;
     rl_completer_quote_characters = "'\"";
     rl_basic_word_break_characters = const_cast<char*>(" \t\n\"'([{,;=~+*<>");  // NOLINT
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);  // no SA_RESTART: readline's wait returns EINTR
+    sigaction(SIGINT, &action, nullptr);
 
     if (banner) std::cout << qfs::tr("banner", Args{std::string(QFS_VERSION)}) << "\n";
     for (;;) {
-        gInterrupted = 0;
         char* raw = readline(gPending.empty() ? kPrompt : kContinued);
         if (raw == nullptr) {
             std::cout << "\n";
@@ -451,6 +495,15 @@ int main(int argc, char** argv) {
         }
     }
 
+    const bool prompt = !opt.statement && !opt.file && isatty(STDIN_FILENO) != 0;
+    if (prompt) {
+        // Before the library can start a thread: each one inherits the block, so a Ctrl-C
+        // reaches only the prompt's wait for a key.
+        sigset_t interrupt;
+        sigemptyset(&interrupt);
+        sigaddset(&interrupt, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+    }
     OutputBuffer output(STDOUT_FILENO);
     std::ostream out(&output);
     std::optional<qfs::Library> library;
@@ -475,12 +528,12 @@ int main(int argc, char** argv) {
         } else if (opt.file) {
             LineReader in(file.get());
             status = runLines(session, in, *opt.file, true);
-        } else if (isatty(STDIN_FILENO) == 0) {
-            LineReader in(STDIN_FILENO);
-            status = runLines(session, in, "-", false);
-        } else {
+        } else if (prompt) {
             status = runInteractive(session,
                                     opt.form == qfs::Output::Display && isatty(STDOUT_FILENO) != 0);
+        } else {
+            LineReader in(STDIN_FILENO);
+            status = runLines(session, in, "-", false);
         }
         out.flush();
     }
