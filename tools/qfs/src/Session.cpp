@@ -173,22 +173,29 @@ void Session::note(const std::string& text) {
     err_.flush();
 }
 
-void Session::report(const std::string& where, const ErrorReport& error, std::string_view line) {
-    if (form_ != Output::Display) {
+void reportError(Output form, std::ostream& err, const std::function<void(const Json&)>& emit,
+                 const std::string& where, const ErrorReport& error, const std::string& origin,
+                 std::string_view line) {
+    if (form != Output::Display) {
         Json object = errorJson(error.identifier, error.message, error.arguments);
-        if (!origin_.empty()) object["error"]["origin"] = origin_;
-        emitLine(std::move(object));
+        if (!origin.empty()) object["error"]["origin"] = origin;
+        emit(object);
         return;
     }
-    if (!origin_.empty()) err_ << origin_ << ": ";
-    err_ << tr("errorUsing", {where}) << "\n" << error.message << "\n";
+    if (!origin.empty()) err << origin << ": ";
+    err << tr("errorUsing", {where}) << "\n" << error.message << "\n";
     if (error.identifier == "QUORIN:qfs:ParseError" && !error.arguments.empty() &&
         std::holds_alternative<std::int64_t>(error.arguments.front())) {
-        err_ << caretLines(
+        err << caretLines(
             line, static_cast<std::size_t>(std::get<std::int64_t>(error.arguments.front())));
     }
-    if (!error.identifier.empty()) err_ << "(" << error.identifier << ")\n";
-    err_.flush();
+    if (!error.identifier.empty()) err << "(" << error.identifier << ")\n";
+    err.flush();
+}
+
+void Session::report(const std::string& where, const ErrorReport& error, std::string_view line) {
+    reportError(
+        form_, err_, [this](const Json& object) { emitLine(object); }, where, error, origin_, line);
 }
 
 void Session::emitValues(const std::vector<std::string>& names,

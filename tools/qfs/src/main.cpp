@@ -510,13 +510,9 @@ int main(int argc, char** argv) {
     try {
         library.emplace(opt.library ? *opt.library : qfs::Library::defaultPath());
     } catch (...) {
-        const qfs::ErrorReport r = qfs::describeError(std::current_exception());
-        if (opt.form != qfs::Output::Display) {
-            out << qfs::jsonLine(qfs::errorJson(r.identifier, r.message, r.arguments)) << "\n";
-        } else {
-            std::cerr << qfs::tr("errorUsing", Args{std::string("qfs")}) << "\n"
-                      << r.message << "\n(" << r.identifier << ")\n";
-        }
+        qfs::reportError(
+            opt.form, std::cerr, [&](const qfs::Json& line) { out << qfs::jsonLine(line) << "\n"; },
+            "qfs", qfs::describeError(std::current_exception()));
         return 1;
     }
 

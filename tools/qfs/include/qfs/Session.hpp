@@ -47,6 +47,13 @@ struct ErrorReport {
 
 ErrorReport describeError(const std::exception_ptr& error);
 
+// How qfs reports every error: in a JSON form one document handed to `emit`, on a display
+// the lines above on `err` (the origin, a caret under a parse error's column in `line`,
+// and the identifier only when there is one).
+void reportError(Output form, std::ostream& err, const std::function<void(const Json&)>& emit,
+                 const std::string& where, const ErrorReport& error, const std::string& origin = {},
+                 std::string_view line = {});
+
 // What the in-process form hands over for each statement: the typed document (text kept
 // as its bytes) and the two lines the streaming writers wrote for it.
 struct Answer {
