@@ -14,9 +14,9 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -40,23 +40,29 @@ private:
 };
 
 // String scalars of texts that recur from one element to the next (the parent folder of a
-// listing, an extension, a host): the first occurrence of a text makes its array, later
-// ones share it. Bounded, so a column of all-different texts costs a look-up, not memory.
+// listing, an extension, a host), shared the same way as the numbers below: each text has
+// one of a fixed number of places, chosen by its hash, and a text that finds another in its
+// place takes it over. Recent texts stay shared however many went before, and a column of
+// all-different texts holds no more than the places.
 class SharedTexts {
 public:
-    static constexpr std::size_t kCapacity = 512;
+    static constexpr std::size_t kPlaces = 512;
 
     [[nodiscard]] vqArray* reference(const fl::ustring& text) {
-        const auto it = arrays_.find(text);
-        if (it != arrays_.end()) return it->second.reference();
-        if (arrays_.size() >= kCapacity)
-            return Hexfarrow::String::createStringArray(text).release();
-        return arrays_.try_emplace(text, Hexfarrow::String::createStringArray(text))
-            .first->second.reference();
+        Place& place = places_[std::hash<fl::ustring>{}(text) % kPlaces];
+        if (!place.value || place.text != text) {
+            place.value.emplace(Hexfarrow::String::createStringArray(text));
+            place.text = text;
+        }
+        return place.value->reference();
     }
 
 private:
-    std::unordered_map<fl::ustring, SharedScalar> arrays_;
+    struct Place {
+        fl::ustring text;
+        std::optional<SharedScalar> value;
+    };
+    std::vector<Place> places_ = std::vector<Place>(kPlaces);
 };
 
 // Double scalars that recur (NaN for a time not known, the sizes 0 and 4096, the times of
