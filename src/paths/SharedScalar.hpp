@@ -39,48 +39,21 @@ private:
     unique_vqarray_ptr value_;
 };
 
-// String scalars of texts that recur from one element to the next (the parent folder of a
-// listing, an extension, a host), shared the same way as the numbers below: each text has
-// one of a fixed number of places, chosen by its hash, and a text that finds another in its
-// place takes it over. Recent texts stay shared however many went before, and a column of
-// all-different texts holds no more than the places.
-class SharedTexts {
-public:
-    static constexpr std::size_t kPlaces = 512;
-
-    [[nodiscard]] vqArray* reference(const fl::ustring& text) {
-        Place& place = places_[std::hash<fl::ustring>{}(text) % kPlaces];
-        if (!place.value || place.text != text) {
-            place.value.emplace(Hexfarrow::String::createStringArray(text));
-            place.text = text;
-        }
-        return place.value->reference();
-    }
-
-private:
-    struct Place {
-        fl::ustring text;
-        std::optional<SharedScalar> value;
-    };
-    std::vector<Place> places_ = std::vector<Place>(kPlaces);
-};
-
-// Double scalars that recur (NaN for a time not known, the sizes 0 and 4096, the times of
-// files made together), shared the same way: each value has one of a fixed number of
-// places, chosen by its bits (so NaN finds NaN), and a value that finds another in its
-// place takes it over. Recent values stay shared however many went before, as the times of
-// a folder's files, made one after the other, recur in runs.
-class SharedNumbers {
+// Arrays of values that recur from one element to the next, shared: each value has one of
+// a fixed number of places, chosen by its hash, and a value that finds another in its place
+// takes it over. Recent values stay shared however many went before, and a column of
+// all-different values holds no more arrays than there are places.
+template <typename Key>
+class RecentArrays {
 public:
     static constexpr int kBits = 9;
-    static constexpr std::size_t kPlaces = std::size_t{1} << kBits;
 
-    [[nodiscard]] vqArray* reference(double value) {
-        const auto key = std::bit_cast<std::uint64_t>(value);
-        // Fibonacci hashing: the top bits of the product depend on every bit of the key.
-        Place& place = places_[(key * 0x9E3779B97F4A7C15U) >> (64 - kBits)];
+    template <typename Make>
+    [[nodiscard]] vqArray* reference(const Key& key, std::uint64_t hash, Make make) {
+        // Fibonacci hashing: the top bits of the product depend on every bit of the hash.
+        Place& place = places_[(hash * 0x9E3779B97F4A7C15U) >> (64 - kBits)];
         if (!place.value || place.key != key) {
-            place.value.emplace(vqCreateDoubleScalar(value));
+            place.value.emplace(make());
             place.key = key;
         }
         return place.value->reference();
@@ -88,10 +61,35 @@ public:
 
 private:
     struct Place {
-        std::uint64_t key = 0;
+        Key key{};
         std::optional<SharedScalar> value;
     };
-    std::vector<Place> places_ = std::vector<Place>(kPlaces);
+    std::vector<Place> places_ = std::vector<Place>(std::size_t{1} << kBits);
+};
+
+// String scalars of texts that recur: the parent folder of a listing, an extension, a host.
+class SharedTexts {
+public:
+    [[nodiscard]] vqArray* reference(const fl::ustring& text) {
+        return recent_.reference(text, std::hash<fl::ustring>{}(text),
+                                 [&] { return Hexfarrow::String::createStringArray(text); });
+    }
+
+private:
+    RecentArrays<fl::ustring> recent_;
+};
+
+// Double scalars that recur: NaN for a time not known, the sizes 0 and 4096, the times of a
+// folder's files, made one after the other. Keyed by their bits, so NaN finds NaN.
+class SharedNumbers {
+public:
+    [[nodiscard]] vqArray* reference(double value) {
+        const auto bits = std::bit_cast<std::uint64_t>(value);
+        return recent_.reference(bits, bits, [&] { return vqCreateDoubleScalar(value); });
+    }
+
+private:
+    RecentArrays<std::uint64_t> recent_;
 };
 
 }  // namespace quorin::io::filesystem::quorin
